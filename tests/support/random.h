@@ -1,0 +1,20 @@
+// The seed of all random tests, printed by every test program, so that a failure can be run again.
+#pragma once
+
+#include <cstdlib>
+#include <random>
+
+namespace tovtest {
+
+inline unsigned long long seed() {
+    static const unsigned long long value = [] {
+        const char *given = std::getenv("TOV_TEST_SEED");
+        return given ? std::strtoull(given, nullptr, 10) : std::random_device{}();
+    }();
+    return value;
+}
+
+/// A generator that depends on the seed and on the test's own number.
+inline std::mt19937_64 generator(unsigned test = 0) { return std::mt19937_64(seed() + test); }
+
+} // namespace tovtest
