@@ -170,13 +170,13 @@ TEST(OutOfMemory, PoolControl) {
     // The entries stay in their list for ever, so the list keeps what the loops leave.
     static int data;
     static TovPoolCtrl ok, failed;
-    failEachAllocation<std::bad_alloc>([] { return 0; },
+    failEachAllocation<std::bad_alloc>([] { return ok = {}, 0; },
                                        [](int) { ok.initOk(&data, nullptr, list, nullptr); },
                                        [](int) { EXPECT_EQ(TovPoolCtrl::Untouched, ok.m_stat); });
     EXPECT_EQ(&data, ok.m_data);
     const TovErrorFull error = fullError();
     error.getErrorMessage();
-    failEachAllocation<FAILS_WITH_EITHER>([] { return 0; },
+    failEachAllocation<FAILS_WITH_EITHER>([] { return failed = {}, 0; },
                                           [&](int) { failed.initError(error, nullptr, list, nullptr); },
                                           [](int) { EXPECT_EQ(TovPoolCtrl::Untouched, failed.m_stat); });
     EXPECT_EQ(TovPoolCtrl::Failed, failed.m_stat);

@@ -8,6 +8,7 @@
 #include <tovutil/tovutil.h>
 
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <new>
 #include <utility>
@@ -124,6 +125,7 @@ void TovError::logRaise() const {
     TOV_TRACE_STATE(getErrorMessage());
     TOV_TRACE_STATE(getLocation());
     raise();
+    std::terminate(); // an override that comes back breaks its promise
 }
 
 void TovError::makePrivate() { makeBodyPrivate(); }

@@ -75,7 +75,7 @@ void __wrap_free(void *block) {
     __real_free(block);
 }
 
-// The forms for arrays and those that do not throw come to these three.
+// The forms for arrays and those that do not throw come to these.
 void *operator new(std::size_t size) {
     if (void *block = __wrap_malloc(size ? size : 1))
         return block;
@@ -85,3 +85,15 @@ void *operator new(std::size_t size) {
 void operator delete(void *block) noexcept { __wrap_free(block); }
 
 void operator delete(void *block, std::size_t) noexcept { __wrap_free(block); }
+
+void *operator new(std::size_t size, std::align_val_t alignment) {
+    const auto boundary = static_cast<std::size_t>(alignment);
+    if (!mustFail())
+        if (void *block = counted(std::aligned_alloc(boundary, (size + boundary - 1) / boundary * boundary)))
+            return block;
+    throw std::bad_alloc();
+}
+
+void operator delete(void *block, std::align_val_t) noexcept { __wrap_free(block); }
+
+void operator delete(void *block, std::size_t, std::align_val_t) noexcept { __wrap_free(block); }

@@ -15,15 +15,14 @@ std::string shown(const TovError &error) {
     return std::to_string(error.getReturnCode()) + "/" + std::to_string(error.getPosition()) + "/" +
            std::to_string(error.getFailedLayer()) + "/" + std::to_string(error.getReason()) + "/" +
            std::to_string(error.getErrorType()) + "/" + error.getLocation() + "/" + error.getErrorMessage() +
-           (error.hasMods() ? "/mods" : "/clean") +
            (error.getSecondary() ? " <- " + shown(*error.getSecondary()) : "");
 }
 
 TEST(TovError, HasTwoStaticBodies) {
-    EXPECT_EQ("0/0/0/0/8///mods", shown(TovError()));
+    EXPECT_EQ("0/0/0/0/8//", shown(TovError()));
     const TovError noMemory(21011, 7, 8, 9, TovError::Transient, "x", "y", nullptr);
-    EXPECT_EQ("21011/0/0/0/1//Out of memory./mods", shown(noMemory)) << "the arguments are dropped";
-    EXPECT_EQ("21011/0/0/0/1//Out of memory./mods", shown(TovErrorFull::getOutOfMem()));
+    EXPECT_EQ("21011/0/0/0/1//Out of memory.", shown(noMemory)) << "the arguments are dropped";
+    EXPECT_EQ("21011/0/0/0/1//Out of memory.", shown(TovErrorFull::getOutOfMem()));
 }
 
 TEST(TovError, SharesStaticBodiesAmongCopiesOnly) {
@@ -32,45 +31,46 @@ TEST(TovError, SharesStaticBodiesAmongCopiesOnly) {
         TovError copy(original);
         EXPECT_EQ(original.getErrorMessage(), copy.getErrorMessage()) << "the same literal";
         copy.setReason(4);
-        EXPECT_EQ("0/0/0/4/8///mods", shown(copy));
+        EXPECT_EQ("0/0/0/4/8//", shown(copy));
     }
-    EXPECT_EQ("0/0/0/0/8///mods", shown(original));
-    EXPECT_EQ("0/0/0/0/8///mods", shown(TovError()));
+    EXPECT_EQ("0/0/0/0/8//", shown(original));
+    EXPECT_EQ("0/0/0/0/8//", shown(TovError()));
 
     TovError noMemory(TovErrorFull::getOutOfMem());
     noMemory.setErrorMessage("changed");
-    EXPECT_EQ("21011/0/0/0/1//changed/mods", shown(noMemory));
+    EXPECT_EQ("21011/0/0/0/1//changed", shown(noMemory));
     EXPECT_STREQ("Out of memory.", TovErrorFull::getOutOfMem().getErrorMessage());
 }
 
 TEST(TovError, ChangesThroughEverySetter) {
     TovError error(1, 2, 3, 4, TovError::Error, "there", "what", nullptr);
-    EXPECT_EQ("1/2/3/4/2/there/what/mods", shown(error)) << "position comes before the layer";
+    EXPECT_EQ("1/2/3/4/2/there/what", shown(error)) << "position comes before the layer";
     error.setMods(false);
     EXPECT_FALSE(error.hasMods());
     const struct {
         void (*set)(TovError &);
         const char *want;
     } rows[] = {
-        {[](TovError &e) { e.setReturnCode(21011); }, "21011/2/3/4/2/there/what/mods"},
-        {[](TovError &e) { e.setPosition(9); }, "21011/9/3/4/2/there/what/mods"},
-        {[](TovError &e) { e.setFailedLayer(8); }, "21011/9/8/4/2/there/what/mods"},
-        {[](TovError &e) { e.setReason(7); }, "21011/9/8/7/2/there/what/mods"},
-        {[](TovError &e) { e.setErrorType(TovError::Critical); }, "21011/9/8/7/1/there/what/mods"},
-        {[](TovError &e) { e.setLocation("here"); }, "21011/9/8/7/1/here/what/mods"},
-        {[](TovError &e) { e.setErrorMessage(nullptr); }, "21011/9/8/7/1/here//mods"},
-        {[](TovError &e) { e.setLocation(e.getLocation()); }, "21011/9/8/7/1/here//mods"},
+        {[](TovError &e) { e.setReturnCode(21011); }, "21011/2/3/4/2/there/what"},
+        {[](TovError &e) { e.setPosition(9); }, "21011/9/3/4/2/there/what"},
+        {[](TovError &e) { e.setFailedLayer(8); }, "21011/9/8/4/2/there/what"},
+        {[](TovError &e) { e.setReason(7); }, "21011/9/8/7/2/there/what"},
+        {[](TovError &e) { e.setErrorType(TovError::Critical); }, "21011/9/8/7/1/there/what"},
+        {[](TovError &e) { e.setLocation("here"); }, "21011/9/8/7/1/here/what"},
+        {[](TovError &e) { e.setErrorMessage(nullptr); }, "21011/9/8/7/1/here/"},
+        {[](TovError &e) { e.setLocation(e.getLocation()); }, "21011/9/8/7/1/here/"},
         {[](TovError &e) {
              const TovError inner;
              e.setSecondary(&inner);
          },
-         "21011/9/8/7/1/here//mods <- 0/0/0/0/8///mods"},
-        {[](TovError &e) { e.setSecondary(nullptr); }, "21011/9/8/7/1/here//mods"},
+         "21011/9/8/7/1/here/ <- 0/0/0/0/8//"},
+        {[](TovError &e) { e.setSecondary(nullptr); }, "21011/9/8/7/1/here/"},
     };
     for (const auto &row : rows) {
         error.setMods(false);
         row.set(error);
         EXPECT_EQ(row.want, shown(error));
+        EXPECT_TRUE(error.hasMods());
     }
 }
 
@@ -111,16 +111,16 @@ TEST(TovError, AssignsFromItselfAndFromItsOwnChain) {
     EXPECT_EQ(before, shown(error));
 
     error.setSecondary(error.getSecondary()->getSecondary());
-    EXPECT_EQ("1/0/0/0/2/l/first/mods <- " + shown(innermost), shown(error));
+    EXPECT_EQ("1/0/0/0/2/l/first <- " + shown(innermost), shown(error));
     error = *error.getSecondary();
     EXPECT_STREQ(innermost.getErrorMessage(), error.getErrorMessage());
 
     TovError base;
     base = TovError();
-    EXPECT_EQ("0/0/0/0/8///mods", shown(base));
+    EXPECT_EQ("0/0/0/0/8//", shown(base));
     base = error;
     base = TovErrorFull::getOutOfMem();
-    EXPECT_EQ("21011/0/0/0/1//Out of memory./mods", shown(base)) << "back on a static body";
+    EXPECT_EQ("21011/0/0/0/1//Out of memory.", shown(base)) << "back on a static body";
 }
 
 TEST(TovError, KeepsComposedTextsWhenAFullErrorIsCopied) {
@@ -147,7 +147,7 @@ TEST(TovError, ClonesAndRaisesWithItsDynamicType) {
     } catch (const TovErrorFull &) {
         FAIL() << "a plain error is raised as a plain one";
     } catch (const TovError &caught) {
-        EXPECT_EQ("1/2/3/4/2/l/m/mods", shown(caught).substr(0, 16));
+        EXPECT_EQ("1/2/3/4/2/l/m", shown(caught).substr(0, 13));
     }
     try {
         tovThrowBadAlloc();
