@@ -1,8 +1,15 @@
 /// Code page conversion and case mapping of libzpt.
 ///
 /// Conversion never substitutes: it stops at the first byte or unit that can't be converted and
-/// gives the count up to there. Nothing is terminated; callers write any terminator themselves.
-/// 16-bit text is UTF-16 in host byte order.
+/// gives the count up to there. A sequence that the source's end cuts off can't be converted. Where the
+/// target is full it ends with a whole character. Nothing is terminated; callers write any terminator
+/// themselves. 16-bit text is UTF-16 in host byte order.
+///
+/// Each call converts a text of its own. A code page with shift states ends in its initial state, so that
+/// results can be joined; HZ names its state at the start of each text instead, and in SCSU and BOCU-1 a
+/// text is one piece. A code page whose name leaves the byte order open ("UTF-32") puts a byte order mark
+/// before each text, and takes one away; in one whose name tells it ("UTF-32BE"), and in UTF-8, the
+/// mark is a character like any other.
 ///
 /// Errors     Results below 1 mean that nothing was converted; CXGetError tells why. Nothing is
 ///            thrown.
@@ -25,7 +32,8 @@ enum : std::uint32_t {
 
 extern "C" {
 
-/// The locale's last error code, one of those of TovNls::getErrorMsg.
+/// The locale's last error code, one of those of TovNls::getErrorMsg, or another for a text that can't be
+/// converted (50). A call that succeeds leaves it alone.
 std::int32_t CXGetError(CXLocale *locale);
 
 /// Gives back a locale of LNG1_GetLocale; the process's own stays.

@@ -18,6 +18,14 @@ enum : std::int32_t {
     LNG1_EBCDIC = 86, ///< 0 if and only if the code page is EBCDIC based
 };
 
+/// Items of LNG1_GetLocaleTextInfo.
+enum : std::int32_t {
+    LNG1_TEXT_LOCALE = 1,   ///< language, country and code page: "de_DE.ISO-8859-1", ".UTF-8"
+    LNG1_TEXT_LANGUAGE = 2, ///< "de"; empty where the locale has none, as "C"
+    LNG1_TEXT_COUNTRY = 3,  ///< "DE"; empty where the locale has none
+    LNG1_TEXT_CODEPAGE = 4, ///< as LNG1_GetCodepageName gives it
+};
+
 extern "C" {
 
 /// The process's locale, as LC_ALL, LC_CTYPE or LANG name it at the first call. Shared: nobody
@@ -31,8 +39,8 @@ CXLocale *LNG1_GetLocale(std::int32_t zero, std::int32_t codePageId, std::int32_
 /// The number that `key` names.
 std::int32_t LNG1_GetLocaleNumInfo(CXLocale *locale, std::int32_t key, std::int32_t zero);
 
-/// Writes the text of `item` in the locale's code page; gives its length in bytes, negative on
-/// failure. A text that needs more than `capacity` bytes is a failure (code 40).
+/// Writes the text of `item` in the locale's code page, without a terminator; gives its length in bytes,
+/// negative on failure: an unknown item (code 35), a text that needs more than `capacity` bytes (40).
 std::int32_t LNG1_GetLocaleTextInfo(CXLocale *locale, std::int32_t item, char *buffer, std::int32_t capacity,
                                     std::int32_t zero);
 
