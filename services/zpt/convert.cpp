@@ -33,20 +33,19 @@ Stretch utf8Stretch(const char16_t *source, std::size_t count, char *target, std
     return utf8FromUnits(source, count, target, room);
 }
 
-// One conversion of `count` elements, with what it has done so far.
+// The rest of a conversion that ICU has a share in.
 template <class Direction>
 class Conversion {
 public:
     Conversion(const CXLocale &locale, const typename Direction::Source *source, std::size_t count,
-               typename Direction::Target *target, std::size_t room)
-        : m_locale(locale), m_source(source), m_count(count), m_target(target), m_room(room) {}
+               typename Direction::Target *target, std::size_t room, Progress done)
+        : m_locale(locale), m_source(source), m_count(count), m_target(target), m_room(room), m_at(done) {}
 
     Stretch run();
 
 private:
     void makeTablesWhenWorth(ThreadConverter &converter);
     bool runFlat(); // whether all is done
-    Stretch withIcu();
     End runWindow(UConverter *icu, std::size_t window);
 
     const CXLocale &m_locale;
@@ -56,13 +55,6 @@ private:
     std::size_t m_room;
     Progress m_at;
 };
-
-template <class Direction>
-Stretch Conversion<Direction>::run() {
-    if (m_locale.page == &c_utf8Page)
-        return utf8Stretch(m_source, m_count, m_target, m_room);
-    return m_count == 0 || runFlat() ? Stretch{m_at, End::Source} : withIcu();
-}
 
 template <class Direction>
 bool Conversion<Direction>::runFlat() {
@@ -83,7 +75,7 @@ void Conversion<Direction>::makeTablesWhenWorth(ThreadConverter &converter) {
 }
 
 template <class Direction>
-Stretch Conversion<Direction>::withIcu() {
+Stretch Conversion<Direction>::run() {
     ThreadConverter *converter = converterFor(*m_locale.page);
     if (!converter)
         throw std::bad_alloc(); // it could be opened when the locale was made
@@ -118,6 +110,19 @@ Error errorOf(End end) {
     return codes[static_cast<std::size_t>(end)];
 }
 
+template <class Direction>
+Stretch convertText(const CXLocale &locale, const typename Direction::Source *source, std::size_t count,
+                    typename Direction::Target *target, std::size_t room) {
+    Progress done;
+    if (const auto *table = tableOf(*locale.page, Direction()))
+        done = convertFlat(*table, source, count, target, room);
+    else if (locale.page == &c_utf8Page)
+        return utf8Stretch(source, count, target, room);
+    if (done.consumed == count)
+        return {done, End::Source};
+    return Conversion<Direction>(locale, source, count, target, room, done).run();
+}
+
 struct Outcome {
     std::int32_t written = 0;
     Error error = NoError;
@@ -127,9 +132,8 @@ template <class Direction>
 Outcome convert(CXLocale &locale, const typename Direction::Source *source, std::int32_t count,
                 typename Direction::Target *target, std::int32_t capacity) noexcept {
     try {
-        Conversion<Direction> conversion(locale, source, static_cast<std::size_t>(count), target,
-                                         static_cast<std::size_t>(capacity));
-        const Stretch done = conversion.run();
+        const Stretch done = convertText<Direction>(locale, source, static_cast<std::size_t>(count), target,
+                                                    static_cast<std::size_t>(capacity));
         return {static_cast<std::int32_t>(done.progress.written), errorOf(done.end)};
     } catch (const std::bad_alloc &) {
         return {0, NoMemory};

@@ -69,8 +69,10 @@ UConverter *openConverter(const CodePage &page) {
 void makeRoom(Cache &cache) {
     if (cache.count < c_mostConverters)
         return;
+    ThreadConverter &oldest = cache.entries[--cache.count];
     const IcuLock lock;
-    ucnv_close(cache.entries[--cache.count].icu);
+    ucnv_close(oldest.icu);
+    oldest = {};
 }
 
 } // namespace
@@ -78,6 +80,8 @@ void makeRoom(Cache &cache) {
 ThreadConverter *converterFor(const CodePage &page) {
     Cache &cache = threadCache();
     const auto begin = cache.entries.begin();
+    if (begin->page == &page)
+        return begin;
     auto end = begin + static_cast<std::ptrdiff_t>(cache.count);
     auto at = std::find_if(begin, end, [&](const ThreadConverter &entry) { return entry.page == &page; });
     if (at == end) {

@@ -6,6 +6,7 @@
 
 namespace zpt {
 
+inline bool isSurrogate(unsigned unit) { return (unit & 0xF800U) == 0xD800U; }
 inline bool isLeadSurrogate(unsigned unit) { return (unit & 0xFC00U) == 0xD800U; }
 inline bool isTrailSurrogate(unsigned unit) { return (unit & 0xFC00U) == 0xDC00U; }
 

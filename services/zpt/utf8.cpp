@@ -68,8 +68,7 @@ Character decode(const char *source, std::size_t count) {
 Character nextCharacter(const char16_t *source, std::size_t count) {
     if (isPair(source, count))
         return {pairValue(source), 2};
-    const bool lone = isLeadSurrogate(source[0]) || isTrailSurrogate(source[0]);
-    return {source[0], lone ? 0U : 1U};
+    return {source[0], isSurrogate(source[0]) ? 0U : 1U};
 }
 
 std::size_t encodedLength(std::uint32_t value) {
@@ -83,6 +82,85 @@ void encode(std::uint32_t value, std::size_t length, char *target) {
     target[0] = static_cast<char>(marks[length] | value);
 }
 
+template <class Source, class Target>
+struct Cursor {
+    const Source *from;
+    const Source *fromEnd;
+    Target *to;
+    Target *toEnd;
+
+    Progress progress(const Source *source, const Target *target) const {
+        return {static_cast<std::size_t>(from - source), static_cast<std::size_t>(to - target)};
+    }
+};
+
+using Reader = Cursor<char, char16_t>;
+using Writer = Cursor<char16_t, char>;
+
+unsigned byteAt(const char *text) { return static_cast<unsigned char>(*text); }
+
+// The plain cases, while four bytes and four units of room are left. Ends early at whatever is not plain.
+void decodeRun(Reader &at) {
+    const char *from = at.from;
+    char16_t *to = at.to;
+    while (at.fromEnd - from >= 4 && at.toEnd - to >= 4) {
+        const unsigned lead = byteAt(from);
+        if (lead < 0x80) {
+            const auto most = static_cast<std::size_t>(std::min(at.fromEnd - from, at.toEnd - to));
+            const std::size_t ascii = std::max<std::size_t>(widenAscii(from, most, to), 1);
+            *to = static_cast<char16_t>(lead);
+            from += ascii;
+            to += ascii;
+        } else if (lead < 0xE0) {
+            if (lead < 0xC2 || !isTrail(byteAt(from + 1)))
+                break;
+            *to++ = static_cast<char16_t>((lead & 0x1FU) << 6 | (byteAt(from + 1) & 0x3FU));
+            from += 2;
+        } else {
+            const unsigned unit =
+                (lead & 0x0FU) << 12 | (byteAt(from + 1) & 0x3FU) << 6 | (byteAt(from + 2) & 0x3FU);
+            const bool trails = isTrail(byteAt(from + 1)) && isTrail(byteAt(from + 2));
+            if (lead >= 0xF0 || !trails || unit < 0x800 || isSurrogate(unit))
+                break;
+            *to++ = static_cast<char16_t>(unit);
+            from += 3;
+        }
+    }
+    at.from = from;
+    at.to = to;
+}
+
+// The same for units; surrogates are not plain.
+void encodeRun(Writer &at) {
+    const char16_t *from = at.from;
+    char *to = at.to;
+    while (from != at.fromEnd && at.toEnd - to >= 4) {
+        const unsigned unit = *from;
+        if (unit < 0x80) {
+            const auto most = static_cast<std::size_t>(std::min(at.fromEnd - from, at.toEnd - to));
+            const std::size_t ascii = std::max<std::size_t>(narrowAscii(from, most, to), 1);
+            *to = static_cast<char>(unit);
+            from += ascii;
+            to += ascii;
+        } else if (unit < 0x800) {
+            to[0] = static_cast<char>(0xC0U | unit >> 6);
+            to[1] = static_cast<char>(0x80U | (unit & 0x3FU));
+            to += 2;
+            ++from;
+        } else {
+            if (isSurrogate(unit))
+                break;
+            to[0] = static_cast<char>(0xE0U | unit >> 12);
+            to[1] = static_cast<char>(0x80U | (unit >> 6 & 0x3FU));
+            to[2] = static_cast<char>(0x80U | (unit & 0x3FU));
+            to += 3;
+            ++from;
+        }
+    }
+    at.from = from;
+    at.to = to;
+}
+
 } // namespace
 
 std::size_t utf8Length(const char *source, std::size_t count) noexcept {
@@ -90,44 +168,42 @@ std::size_t utf8Length(const char *source, std::size_t count) noexcept {
 }
 
 Stretch utf8ToUnits(const char *source, std::size_t count, char16_t *target, std::size_t room) noexcept {
-    Progress at;
-    while (at.consumed < count) {
-        const std::size_t ascii = widenAscii(
-            source + at.consumed, std::min(count - at.consumed, room - at.written), target + at.written);
-        at = {at.consumed + ascii, at.written + ascii};
-        // Up to here by blocks; a run of characters one by one, before blocks are tried again.
-        for (int run = 0; run < 16 && at.consumed < count; ++run) {
-            const Character c = decode(source + at.consumed, count - at.consumed);
-            if (c.length == 0)
-                return {at, End::BadSource};
-            const std::size_t units = unitsOf(c.value);
-            if (room - at.written < units)
-                return {at, End::TargetFull};
-            putCharacter(target + at.written, c.value);
-            at = {at.consumed + c.length, at.written + units};
-        }
+    Reader at{source, source + count, target, target + room};
+    for (;;) {
+        decodeRun(at);
+        const std::size_t left = static_cast<std::size_t>(at.fromEnd - at.from);
+        const auto stop = [&](End end) { return Stretch{at.progress(source, target), end}; };
+        if (left == 0)
+            return stop(End::Source);
+        const Character c = decode(at.from, left);
+        if (c.length == 0)
+            return stop(End::BadSource);
+        if (static_cast<std::size_t>(at.toEnd - at.to) < unitsOf(c.value))
+            return stop(End::TargetFull);
+        putCharacter(at.to, c.value);
+        at.from += c.length;
+        at.to += unitsOf(c.value);
     }
-    return {at, End::Source};
 }
 
 Stretch utf8FromUnits(const char16_t *source, std::size_t count, char *target, std::size_t room) noexcept {
-    Progress at;
-    while (at.consumed < count) {
-        const std::size_t ascii = narrowAscii(
-            source + at.consumed, std::min(count - at.consumed, room - at.written), target + at.written);
-        at = {at.consumed + ascii, at.written + ascii};
-        for (int run = 0; run < 16 && at.consumed < count; ++run) {
-            const Character c = nextCharacter(source + at.consumed, count - at.consumed);
-            if (c.length == 0)
-                return {at, End::BadSource};
-            const std::size_t bytes = encodedLength(c.value);
-            if (room - at.written < bytes)
-                return {at, End::TargetFull};
-            encode(c.value, bytes, target + at.written);
-            at = {at.consumed + c.length, at.written + bytes};
-        }
+    Writer at{source, source + count, target, target + room};
+    for (;;) {
+        encodeRun(at);
+        const std::size_t left = static_cast<std::size_t>(at.fromEnd - at.from);
+        const auto stop = [&](End end) { return Stretch{at.progress(source, target), end}; };
+        if (left == 0)
+            return stop(End::Source);
+        const Character c = nextCharacter(at.from, left);
+        if (c.length == 0)
+            return stop(End::BadSource);
+        const std::size_t bytes = encodedLength(c.value);
+        if (static_cast<std::size_t>(at.toEnd - at.to) < bytes)
+            return stop(End::TargetFull);
+        encode(c.value, bytes, at.to);
+        at.from += c.length;
+        at.to += bytes;
     }
-    return {at, End::Source};
 }
 
 } // namespace zpt
