@@ -1,8 +1,8 @@
 // Every public function that can allocate, with each of its allocations failing in turn. The names of the
 // loops stand beside the functions in tests/abi, so that a new export without a loop is noticed.
 #include <support/failalloc.h>
-#include <support/traced.h>
 
+#include <services/hvdctl.h>
 #include <tovdom/tovnls/tovnls.h>
 #include <tovutil/tovmodule.h>
 #include <tovutil/tovtrace.h>
@@ -248,7 +248,16 @@ TEST(OutOfMemory, TraceStream) {
 
 TEST(OutOfMemory, TracedCalls) {
     // Only the first statement of a call needs memory, and only its failure shows.
-    tovtest::TraceRecorder recorder("tov*=all,Tov*=all");
+    const struct Tracing {
+        Tracing() {
+            hvdTraceSetSink([](void *, const HvdTraceEvent &) {}, nullptr);
+            hvdTraceSetLevels("*=all");
+        }
+        ~Tracing() {
+            hvdTraceSetLevels("");
+            hvdTraceSetSink(nullptr, nullptr);
+        }
+    } tracing;
     canBeRepeated<FAILS_WITH_EITHER>([] { tovGetCodePage(u"utf-8"); });
     raisesInTheEnd([] { TovNls nls(u"no such page"); }, TOVRC_NLS_ERROR);
 }
