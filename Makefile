@@ -1,2 +1,68 @@
-help:
-	@echo later
+# A front end to CMake, the tests and the tools.
+PREFIX ?= /usr/local
+JOBS ?= $(shell nproc)
+
+# Configures once; afterwards the build sees for itself when that is due again.
+build = test -e build/$(1)/build.ninja || cmake --preset $(1); cmake --build --preset $(1) -j $(JOBS)
+test = ctest --preset $(1) -j $(JOBS)
+
+.PHONY: help deps build test demo bench asan tsan clang fuzz tidy format install abi-update reproducible clean
+
+help: ## List these targets
+	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
+
+deps: ## Install the Debian packages that are missing
+	@tools/dependencies
+
+build: deps ## Build with optimisation
+	@$(call build,release)
+
+test: build ## Build and run all tests
+	@$(call test,release)
+
+demo: build ## Build, and convert real files between many code pages
+	@tools/demo build/release
+
+bench: ## Build and run the benchmarks beside their peers
+	@tools/dependencies --bench
+	@$(call build,bench)
+	@tools/bench build/bench
+
+asan: deps ## Test under the address and undefined-behaviour sanitizers
+	@$(call build,asan)
+	@$(call test,asan)
+
+tsan: ## Test under the thread sanitizer, with clang++
+	@tools/dependencies --clang
+	@$(call build,tsan)
+	@$(call test,tsan)
+
+clang: ## Build without optimisation and test, with clang++
+	@tools/dependencies --clang
+	@$(call build,clang)
+	@$(call test,clang)
+
+fuzz: ## Build the fuzz targets into build/fuzz
+	@tools/dependencies --clang
+	@$(call build,fuzz)
+
+tidy: ## Check all sources with clang-tidy
+	@tools/dependencies --tidy
+	@test -e build/clang/build.ninja || cmake --preset clang
+	@tools/tidy build/clang
+
+format: ## Format all sources
+	@tools/dependencies --tidy
+	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+install: build ## Install the libraries, headers and tovconv; PREFIX and DESTDIR say where
+	@cmake --install build/release --prefix $(PREFIX)
+
+abi-update: build ## Write the lists of exported symbols in tests/abi anew
+	@cmake --build build/release --target abi-update
+
+reproducible: deps ## Build the last commit in two places and compare the libraries
+	@tools/reproducible
+
+clean: ## Remove all that was built
+	@rm -rf build

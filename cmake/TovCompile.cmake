@@ -18,4 +18,7 @@ add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(TOV_SANITIZE)
     add_compile_options(-fsanitize=${TOV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${TOV_SANITIZE})
+else()
+    # Not under sanitizers: clang++ leaves their functions to the program.
+    add_link_options(-Wl,-z,defs)
 endif()
