@@ -3,7 +3,10 @@
 // that pass also brings a stateful page back to its initial state.
 #include <services/zpt/icurun.h>
 
+#include <services/zpt/utf16.h>
+
 #include <algorithm>
+#include <type_traits>
 
 namespace zpt {
 
@@ -35,8 +38,14 @@ std::size_t pendingIn(UConverter *icu) {
 
 // What came before bad bytes is right as it stands. Bytes for what came before bad units lack the way
 // back to the initial state.
-constexpr bool standsBeforeError(const ToUnits *) { return true; }
-constexpr bool standsBeforeError(const FromUnits *) { return false; }
+template <class Direction>
+constexpr bool c_standsBeforeError = std::is_same_v<Direction, ToUnits>;
+
+// Some converters write the two units of a pair one at a time, and so end a full target with the first.
+std::size_t withoutHalfPair(const char16_t *target, std::size_t written) {
+    return written != 0 && isLeadSurrogate(target[written - 1]) ? written - 1 : written;
+}
+std::size_t withoutHalfPair(const char *, std::size_t written) { return written; }
 
 } // namespace
 
@@ -45,24 +54,28 @@ Stretch convertStretch(UConverter *icu, const typename Direction::Source *source
                        typename Direction::Target *target, std::size_t room, bool last) {
     const std::size_t usedRoom = std::min(room, c_mostElements);
     std::size_t length = std::min(count, c_mostElements);
+    bool flush = last && length == count;
     End end = End::Source;
-    last = last && length == count;
+    const auto stopped = [&](Progress at) {
+        if (end == End::TargetFull)
+            at.written = withoutHalfPair(target, at.written);
+        return Stretch{at, end};
+    };
     while (length != 0) {
-        const Pass pass = onePass<Direction>(icu, source, length, target, usedRoom, last);
-        const std::size_t read = pass.progress.consumed;
-        if (U_SUCCESS(pass.status))
-            return {{read - (last ? 0 : pendingIn<Direction>(icu)), pass.progress.written}, end};
-        if (pass.status == U_BUFFER_OVERFLOW_ERROR) {
+        const auto [at, status] = onePass<Direction>(icu, source, length, target, usedRoom, flush);
+        if (U_SUCCESS(status))
+            return stopped({at.consumed - (flush ? 0 : pendingIn<Direction>(icu)), at.written});
+        if (status == U_BUFFER_OVERFLOW_ERROR) {
             end = End::TargetFull;
-            length = read < length ? read : length - 1;
+            length = at.consumed < length ? at.consumed : length - 1;
         } else {
             if (end == End::Source)
                 end = End::BadSource;
-            if (standsBeforeError(static_cast<const Direction *>(nullptr)))
-                return {pass.progress, end};
-            length = std::clamp<std::size_t>(read, 1, length) - 1;
+            if (c_standsBeforeError<Direction>)
+                return stopped(at);
+            length = std::clamp<std::size_t>(at.consumed, 1, length) - 1;
         }
-        last = true;
+        flush = true;
     }
     return {{}, end};
 }
