@@ -23,8 +23,8 @@ struct FromUnitsTable;
 /// Which characters of a page a flat table can hold.
 enum class Flat : std::uint8_t { None, OneByte, TwoBytes };
 
-struct PageFacts {
-    std::uint8_t maxBytes; ///< longest character with its shift bytes, and enough per unit for any text
+struct alignas(4) PageFacts { // one word, so that it is read and written at once
+    std::uint8_t maxBytes;    ///< longest character with its shift bytes, and enough per unit for any text
     std::uint8_t minBytes;
     bool ebcdic;
     Flat flat;
