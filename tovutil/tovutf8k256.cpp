@@ -113,7 +113,7 @@ TOV_AVX2 inline Units withPairs(Units units, __m256i bytes) {
 
 // Converts the first `count` bytes, all plain, and gives the number of units.
 TOV_AVX2 inline unsigned decode(__m256i bytes, const Layout &layout, unsigned count, TovUChar *target) {
-    const std::uint32_t emits = layout.emits(count);
+    const std::uint32_t emits = layout.emits() & ~std::uint32_t{0} >> (32 - count);
     Units units = unitsOf(bytes);
     if (layout.lead4 != 0)
         units = withPairs(units, bytes);

@@ -18,22 +18,41 @@ struct Utf8Layout {
     Mask lead3;     ///< leads of three bytes or more
     Mask lead4;     ///< leads of four bytes or more
 
+    /// The bytes that the leads want as following ones.
+    Mask wanted() const { return lead2 << 1 | lead3 << 2 | lead4 << 3; }
+
     /// Leads whose sequence is broken or cut off, and following bytes that have no lead. The first of
     /// them is where the well-formed text ends.
     Mask odd() const {
-        const Mask broken =
+        const Mask cut =
             (lead2 & ~(following >> 1)) | (lead3 & ~(following >> 2)) | (lead4 & ~(following >> 3));
-        return broken | (following & ~(lead2 << 1 | lead3 << 2 | lead4 << 3));
+        return cut | (following & ~wanted());
     }
 
-    /// The places of the first `count` bytes, all well-formed, that get a unit: the last byte of each
-    /// character, and the third of four for the first half of a surrogate pair.
-    Mask emits(unsigned count) const {
-        const Mask inside = static_cast<Mask>(~Mask{0}) >> (std::numeric_limits<Mask>::digits - count);
-        const Mask lasts = (~following & inside) >> 1 | Mask{1} << (count - 1);
-        return (lasts | lead4 << 2) & inside;
+    /// The places of a well-formed text that get a unit: the last byte of each character, and the third
+    /// of four, for the first half of a surrogate pair.
+    Mask emits() const {
+        return static_cast<Mask>(~(following | lead2)) | (lead2 & ~lead3) << 1 | lead3 << 2 | lead4 << 3;
     }
 };
+
+/// Blocks may overlap by this many bytes, which are enough to know all of the characters that end behind
+/// them. Then the next block need not wait until it is known where the last character of this one begins.
+inline constexpr std::size_t utfOverlap = 3;
+
+/// Takes a well-formed text that may end within a character back to that character's first byte.
+inline void utfLeaveCutCharacter(Utf8To16 &run) {
+    for (unsigned distance = 1; distance <= utfOverlap; ++distance) {
+        const unsigned char byte = *(run.source - distance);
+        if (byte < 0x80 || (byte >= 0xC0 && bytesFromUTF8[byte] < distance))
+            return;
+        if (byte >= 0xC0) {
+            run.source -= distance;
+            run.target -= distance == 3 ? 1 : 0; // the first half of its pair
+            return;
+        }
+    }
+}
 
 /// Shuffles of 16 bytes, each of which moves the bytes that are wanted to the front.
 using UtfShuffles = std::array<std::array<unsigned char, 16>, 256>;
