@@ -32,6 +32,10 @@ namespace {
 constexpr std::size_t blockBytes = 64;
 constexpr std::size_t blockUnits = 32;
 
+// Blocks of UTF-8 overlap by as many bytes as it takes to know all characters that end behind them. So the
+// next block need not wait until it is known where the last character of this one begins.
+constexpr std::size_t overlap = 3;
+
 struct alignas(64) Positions : std::array<unsigned char, blockBytes> {
     consteval Positions() : array() {
         for (std::size_t i = 0; i < size(); ++i)
@@ -158,13 +162,27 @@ TOV_AVX512_INLINE void widenBlocks(Utf8To16 &run) {
     }
 }
 
+// Takes a plain text that may end within a character back to that character's first byte.
+inline void leaveCutCharacter(Utf8To16 &run) {
+    for (unsigned distance = 1; distance <= overlap; ++distance) {
+        const unsigned char byte = *(run.source - distance);
+        if (byte < 0x80 || (byte >= 0xC0 && bytesFromUTF8[byte] < distance))
+            return;
+        if (byte >= 0xC0) {
+            run.source -= distance;
+            run.target -= distance == 3 ? 1 : 0; // the first half of its pair
+            return;
+        }
+    }
+}
+
 // Overlapping blocks of plain text, behind plain text.
 TOV_AVX512_INLINE void decodeBlocks(Utf8To16 &run) {
-    constexpr std::size_t step = blockBytes - utfOverlap;
-    constexpr std::uint64_t inside = ~std::uint64_t{0} << utfOverlap;
+    constexpr std::size_t step = blockBytes - overlap;
+    constexpr std::uint64_t inside = ~std::uint64_t{0} << overlap;
     const unsigned char *const begin = run.source;
     while (run.left() >= step && run.room() >= step) {
-        const __m512i bytes = _mm512_loadu_si512(run.source - utfOverlap);
+        const __m512i bytes = _mm512_loadu_si512(run.source - overlap);
         const Layout layout = layoutOf(bytes, _mm512_movepi8_mask(bytes));
         if (layout.lead2 == 0 || ((layout.following ^ layout.wanted()) & inside) != 0)
             break;
@@ -175,7 +193,7 @@ TOV_AVX512_INLINE void decodeBlocks(Utf8To16 &run) {
         run.source += step;
     }
     if (run.source != begin)
-        utfLeaveCutCharacter(run);
+        leaveCutCharacter(run);
 }
 
 // One block of any length, as far as it is plain. False when that is nothing.
@@ -202,7 +220,7 @@ TOV_AVX512 void utf8To16Avx512(Utf8To16 &given) noexcept {
     Utf8To16 run = given; // which no store of text can change
     do {
         widenBlocks(run);
-        if (static_cast<std::size_t>(run.source - given.source) >= utfOverlap)
+        if (static_cast<std::size_t>(run.source - given.source) >= overlap)
             decodeBlocks(run);
     } while (decodeRest(run) && run.source != run.sourceEnd);
     given = run;
@@ -275,34 +293,64 @@ TOV_AVX512_INLINE std::size_t encode(__m512i units, __mmask32 nonAscii, __mmask3
                               lowBits(4 * (count - lowerCount)), target + lower);
 }
 
+// Whole pairs of blocks of ASCII.
+TOV_AVX512_INLINE void narrowBlocks(Utf16To8 &run) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    while (run.left() >= 2 * blockUnits && run.room() >= 2 * blockUnits) {
+        const __m512i lower = _mm512_loadu_si512(run.source);
+        const __m512i upper = _mm512_loadu_si512(run.source + blockUnits);
+        if (_mm512_test_epi16_mask(_mm512_or_si512(lower, upper), allUnits(0xFF80)) != 0)
+            return;
+        const __m512i packed = _mm512_packus_epi16(lower, upper);
+        _mm512_storeu_si512(run.target, _mm512_permutexvar_epi64(order, packed));
+        run.source += 2 * blockUnits;
+        run.target += 2 * blockUnits;
+    }
+}
+
+// The next `count` units, or one less. True when they are all ASCII.
+TOV_AVX512_INLINE bool encodeBlock(Utf16To8 &run, std::size_t count) {
+    const auto have = low32(lowBits(count));
+    const __m512i units = _mm512_maskz_loadu_epi16(have, run.source);
+    const __mmask32 nonAscii = _mm512_test_epi16_mask(units, allUnits(0xFF80));
+    std::size_t bytes = count;
+    if (nonAscii == 0) {
+        _mm256_mask_storeu_epi8(run.target, have, _mm512_cvtepi16_epi8(units));
+    } else if (const __mmask32 from800 = _mm512_test_epi16_mask(units, allUnits(0xF800)); from800 == 0) {
+        bytes = storeBytes(lastTwoBytes(units, nonAscii, nonAscii), 0xAAAAAAAAAAAAAAAA, lowBits(2 * count),
+                           run.target);
+    } else {
+        const __m512i kind = _mm512_and_si512(units, allUnits(0xFC00));
+        const __mmask32 high = _mm512_cmpeq_epi16_mask(kind, allUnits(0xD800));
+        const __mmask32 low = _mm512_cmpeq_epi16_mask(kind, allUnits(0xDC00));
+        count -= high >> (count - 1) & 1; // its partner is not in the block
+        bytes = encode(units, nonAscii, from800, high, low, count, run.target);
+    }
+    run.source += count;
+    run.target += bytes;
+    return nonAscii == 0;
+}
+
+// What is left, or finds room in any case. False when nothing of it could be converted.
+TOV_AVX512_INLINE bool encodeRest(Utf16To8 &run) {
+    const TovUChar *const before = run.source;
+    if (const std::size_t count = std::min({blockUnits, run.left(), run.room() / 3}); count != 0)
+        encodeBlock(run, count);
+    return run.source != before;
+}
+
 } // namespace
 
-TOV_AVX512 void utf16To8Avx512(Utf16To8 &run) noexcept {
-    for (;;) {
-        std::size_t count = std::min({blockUnits, run.left(), run.room() / 3});
-        if (count == 0)
-            return;
-        const auto have = low32(lowBits(count));
-        const __m512i units = _mm512_maskz_loadu_epi16(have, run.source);
-        const __mmask32 nonAscii = _mm512_test_epi16_mask(units, allUnits(0xFF80));
-        std::size_t bytes = count;
-        if (nonAscii == 0) {
-            _mm256_mask_storeu_epi8(run.target, have, _mm512_cvtepi16_epi8(units));
-        } else if (const __mmask32 from800 = _mm512_test_epi16_mask(units, allUnits(0xF800)); from800 == 0) {
-            bytes = storeBytes(lastTwoBytes(units, nonAscii, nonAscii), 0xAAAAAAAAAAAAAAAA,
-                               lowBits(2 * count), run.target);
-        } else {
-            const __m512i kind = _mm512_and_si512(units, allUnits(0xFC00));
-            const __mmask32 high = _mm512_cmpeq_epi16_mask(kind, allUnits(0xD800));
-            const __mmask32 low = _mm512_cmpeq_epi16_mask(kind, allUnits(0xDC00));
-            count -= high >> (count - 1) & 1; // its partner is not in the block
-            if (count == 0)
-                return;
-            bytes = encode(units, nonAscii, from800, high, low, count, run.target);
-        }
-        run.source += count;
-        run.target += bytes;
+TOV_AVX512 void utf16To8Avx512(Utf16To8 &given) noexcept {
+    Utf16To8 run = given;
+    narrowBlocks(run);
+    while (run.left() >= blockUnits && run.room() >= 3 * blockUnits) {
+        if (encodeBlock(run, blockUnits))
+            narrowBlocks(run);
     }
+    while (encodeRest(run)) {
+    }
+    given = run;
 }
 
 } // namespace tovdetail

@@ -36,24 +36,6 @@ struct Utf8Layout {
     }
 };
 
-/// Blocks may overlap by this many bytes, which are enough to know all of the characters that end behind
-/// them. Then the next block need not wait until it is known where the last character of this one begins.
-inline constexpr std::size_t utfOverlap = 3;
-
-/// Takes a well-formed text that may end within a character back to that character's first byte.
-inline void utfLeaveCutCharacter(Utf8To16 &run) {
-    for (unsigned distance = 1; distance <= utfOverlap; ++distance) {
-        const unsigned char byte = *(run.source - distance);
-        if (byte < 0x80 || (byte >= 0xC0 && bytesFromUTF8[byte] < distance))
-            return;
-        if (byte >= 0xC0) {
-            run.source -= distance;
-            run.target -= distance == 3 ? 1 : 0; // the first half of its pair
-            return;
-        }
-    }
-}
-
 /// Shuffles of 16 bytes, each of which moves the bytes that are wanted to the front.
 using UtfShuffles = std::array<std::array<unsigned char, 16>, 256>;
 
@@ -87,10 +69,12 @@ alignas(64) inline constexpr UtfShuffles utfBytesOfFour = makeUtfShuffles([](uns
     return byte % 4 == 3 || (byte % 4 == 2 && (bits & 1) != 0) || (byte % 4 == 1 && (bits & 2) != 0);
 });
 
-/// Converts what is too short for `block` in a copy that is filled up with zeros, which `blocks` converts
-/// one to one. `worst` is the most places that a unit of the source can need.
+/// Converts what is too short for `block`, or has too little room for one, in a copy that is filled up with
+/// zeros, which `blocks` converts one to one. `worst` is the most places that a unit of the source can need.
 template <std::size_t block, std::size_t worst, class S, class D>
 void utfShortBlock(void (*blocks)(UtfRun<S, D> &) noexcept, UtfRun<S, D> &run) noexcept {
+    if (run.left() >= block && run.room() >= (block + 4) * worst)
+        return;
     std::size_t count = std::min({block, run.left(), run.room() / worst});
     // What follows a high surrogate might be its partner.
     if (count != 0 && sizeof(S) == 2 && (run.source[count - 1] & 0xFC00) == 0xD800)
