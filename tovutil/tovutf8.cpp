@@ -133,6 +133,8 @@ ConversionResult byTurns(void (*kernel)(UtfRun<S, D> &) noexcept, Scalar scalar,
     while (result == ok && run.source != run.sourceEnd) {
         const S *const before = run.source;
         kernel(run);
+        if (run.source == run.sourceEnd)
+            break;
         const std::size_t wanted = run.source == before ? stretch : 1;
         result = scalar(run, run.source + std::min(wanted, run.left()));
     }

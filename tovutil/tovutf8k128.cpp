@@ -9,6 +9,7 @@
 #include <immintrin.h>
 
 #define TOV_SSE42 [[gnu::target("sse4.2,popcnt")]]
+#define TOV_SSE42_INLINE TOV_SSE42 [[gnu::always_inline]] inline
 
 namespace tovdetail {
 
@@ -23,31 +24,31 @@ constexpr std::size_t blockBytes = 16;
 constexpr std::size_t blockUnits = 8;
 constexpr std::size_t storeBytes = 16; // what one shuffle's store writes, wanted or not
 
-TOV_SSE42 inline __m128i allBytes(unsigned value) { return _mm_set1_epi8(static_cast<char>(value)); }
-TOV_SSE42 inline __m128i allUnits(unsigned value) { return _mm_set1_epi16(static_cast<short>(value)); }
-TOV_SSE42 inline std::uint32_t bits(__m128i bytes) {
+TOV_SSE42_INLINE __m128i allBytes(unsigned value) { return _mm_set1_epi8(static_cast<char>(value)); }
+TOV_SSE42_INLINE __m128i allUnits(unsigned value) { return _mm_set1_epi16(static_cast<short>(value)); }
+TOV_SSE42_INLINE std::uint32_t bits(__m128i bytes) {
     return static_cast<std::uint32_t>(_mm_movemask_epi8(bytes));
 }
-TOV_SSE42 inline __m128i bytesFrom(__m128i bytes, unsigned value) {
+TOV_SSE42_INLINE __m128i bytesFrom(__m128i bytes, unsigned value) {
     return _mm_cmpeq_epi8(_mm_max_epu8(bytes, allBytes(value)), bytes);
 }
 
 // The vector with each byte `distance` places further on, behind zeros.
 template <int distance>
-TOV_SSE42 inline __m128i delayed(__m128i bytes) {
+TOV_SSE42_INLINE __m128i delayed(__m128i bytes) {
     return _mm_slli_si128(bytes, distance);
 }
 
 template <class T>
-TOV_SSE42 inline __m128i load(const T *from) {
+TOV_SSE42_INLINE __m128i load(const T *from) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i *>(from));
 }
 template <class T>
-TOV_SSE42 inline void store(T *to, __m128i value) {
+TOV_SSE42_INLINE void store(T *to, __m128i value) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(to), value);
 }
 template <class T>
-TOV_SSE42 inline void storeShuffled(T *to, __m128i value, const UtfShuffles &shuffles, std::uint32_t index) {
+TOV_SSE42_INLINE void storeShuffled(T *to, __m128i value, const UtfShuffles &shuffles, std::uint32_t index) {
     const auto *shuffle = reinterpret_cast<const __m128i *>(shuffles[index & 0xFF].data());
     _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_shuffle_epi8(value, _mm_load_si128(shuffle)));
 }
@@ -55,7 +56,7 @@ TOV_SSE42 inline void storeShuffled(T *to, __m128i value, const UtfShuffles &shu
 using Layout = Utf8Layout<std::uint32_t>;
 
 // A lead's length is the number of its upper bits that are set; a shift brings each to the top.
-TOV_SSE42 inline Layout layoutOf(__m128i bytes, std::uint32_t nonAscii) {
+TOV_SSE42_INLINE Layout layoutOf(__m128i bytes, std::uint32_t nonAscii) {
     const std::uint32_t lead2 = nonAscii & bits(_mm_slli_epi16(bytes, 1));
     const std::uint32_t lead3 = lead2 & bits(_mm_slli_epi16(bytes, 2));
     return {nonAscii & ~lead2, lead2, lead3, lead3 & bits(_mm_slli_epi16(bytes, 3))};
@@ -63,17 +64,11 @@ TOV_SSE42 inline Layout layoutOf(__m128i bytes, std::uint32_t nonAscii) {
 
 // Leads of four bytes or more whose value is no surrogate pair: they lead more bytes, or the value is
 // above 0x10FFFF or below 0x10000.
-TOV_SSE42 inline std::uint32_t unpaired(__m128i bytes) {
+TOV_SSE42_INLINE std::uint32_t unpaired(__m128i bytes) {
     const std::uint32_t nextFrom90 = bits(bytesFrom(bytes, 0x90)) >> 1;
     const std::uint32_t f0 = bits(_mm_cmpeq_epi8(bytes, allBytes(0xF0)));
     const std::uint32_t f4 = bits(_mm_cmpeq_epi8(bytes, allBytes(0xF4)));
     return bits(bytesFrom(bytes, 0xF5)) | (f4 & nextFrom90) | (f0 & ~nextFrom90);
-}
-
-// The number of bytes in front of the first character that is not plain.
-TOV_SSE42 inline unsigned plainBytes(__m128i bytes, const Layout &layout) {
-    const std::uint32_t odd = layout.odd() | (layout.lead4 != 0 ? unpaired(bytes) : 0);
-    return static_cast<unsigned>(std::countr_zero(odd | 1u << blockBytes));
 }
 
 // The units that end on each byte, in two halves.
@@ -81,7 +76,7 @@ struct Units {
     __m128i lower, upper;
 };
 
-TOV_SSE42 inline Units unitsOf(__m128i bytes) {
+TOV_SSE42_INLINE Units unitsOf(__m128i bytes) {
     const __m128i before = delayed<1>(bytes);
     const __m128i following = _mm_cmpgt_epi8(allBytes(0xC0), bytes);
     const __m128i followsTwice = _mm_and_si128(following, _mm_cmpgt_epi8(allBytes(0xC0), before));
@@ -97,22 +92,24 @@ TOV_SSE42 inline Units unitsOf(__m128i bytes) {
 }
 
 // Makes surrogates of what unitsOf() gives for the third and the fourth byte of four.
-TOV_SSE42 inline __m128i withPairs(__m128i units, __m128i high, __m128i low) {
+TOV_SSE42_INLINE __m128i withPairs(__m128i units, __m128i high, __m128i low) {
     const __m128i upper = _mm_add_epi16(_mm_srli_epi16(units, 4), allUnits(0xD800 - (0x10000 >> 10)));
     const __m128i lower = _mm_add_epi16(_mm_and_si128(units, allUnits(0x03FF)), allUnits(0xDC00));
     return _mm_blendv_epi8(_mm_blendv_epi8(units, upper, high), lower, low);
 }
 
-TOV_SSE42 inline Units withPairs(Units units, __m128i bytes) {
+TOV_SSE42_INLINE Units withPairs(Units units, __m128i bytes) {
     const __m128i high = bytesFrom(delayed<2>(bytes), 0xF0);
     const __m128i low = bytesFrom(delayed<3>(bytes), 0xF0);
     return {withPairs(units.lower, _mm_unpacklo_epi8(high, high), _mm_unpacklo_epi8(low, low)),
             withPairs(units.upper, _mm_unpackhi_epi8(high, high), _mm_unpackhi_epi8(low, low))};
 }
 
-// Converts the first `count` bytes, all plain, and gives the number of units.
-TOV_SSE42 inline unsigned decode(__m128i bytes, const Layout &layout, unsigned count, TovUChar *target) {
-    const std::uint32_t emits = layout.emits(count);
+// Converts the plain characters whose last bytes are `inside`, and gives the number of units. Writes
+// eight units behind those of all bytes but the last eight.
+TOV_SSE42_INLINE unsigned decode(__m128i bytes, const Layout &layout, std::uint32_t inside,
+                                 TovUChar *target) {
+    const std::uint32_t emits = layout.emits() & inside;
     Units units = unitsOf(bytes);
     if (layout.lead4 != 0)
         units = withPairs(units, bytes);
@@ -122,31 +119,57 @@ TOV_SSE42 inline unsigned decode(__m128i bytes, const Layout &layout, unsigned c
     return static_cast<unsigned>(std::popcount(emits));
 }
 
-TOV_SSE42 void decodeBlocks(Utf8To16 &run) noexcept {
-    while (run.left() >= blockBytes && run.room() >= blockBytes + freeUnitsMost) {
+// Whole blocks of ASCII.
+TOV_SSE42_INLINE void widenBlocks(Utf8To16 &run) {
+    while (run.left() >= blockBytes && run.room() >= blockBytes) {
         const __m128i bytes = load(run.source);
-        unsigned count = blockBytes;
-        unsigned units = blockBytes;
-        if (const std::uint32_t nonAscii = bits(bytes); nonAscii == 0) {
-            store(run.target, _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
-            store(run.target + 8, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
-        } else {
-            const Layout layout = layoutOf(bytes, nonAscii);
-            count = plainBytes(bytes, layout);
-            if (count == 0)
-                return;
-            units = decode(bytes, layout, count, run.target);
-        }
-        run.source += count;
-        run.target += units;
+        if (bits(bytes) != 0)
+            return;
+        store(run.target, _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+        store(run.target + 8, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
+        run.source += blockBytes;
+        run.target += blockBytes;
     }
+}
+
+// The next block's characters, up to the first that is not plain. The block begins `back` bytes before what
+// is left, in the text that is converted. False when nothing could be done.
+TOV_SSE42_INLINE bool decodeBlock(Utf8To16 &run, std::size_t back) {
+    const __m128i bytes = load(run.source - back);
+    const std::uint32_t nonAscii = bits(bytes);
+    if (nonAscii == 0 && back == 0) {
+        widenBlocks(run);
+        return true;
+    }
+    const Layout layout = layoutOf(bytes, nonAscii);
+    const std::uint32_t behind = ~std::uint32_t{0} << back;
+    const std::uint32_t odd =
+        ((layout.odd() | (layout.lead4 != 0 ? unpaired(bytes) : 0)) & behind) | 1u << blockBytes;
+    const auto end = static_cast<std::size_t>(std::countr_zero(odd));
+    const std::uint32_t plain = behind & (odd - 1) & ~odd; // those in front of the first odd one
+    run.target += decode(bytes, layout, plain, run.target);
+    run.source += end - back;
+    return end != back;
+}
+
+TOV_SSE42 void decodeText(Utf8To16 &given) noexcept {
+    Utf8To16 run = given; // which no store of text can change
+    while (run.left() >= blockBytes && run.room() >= blockBytes + freeUnitsMost && decodeBlock(run, 0)) {
+    }
+    // The rest is the end of one more block, if that begins in the text that is converted and may write
+    // all that decode() writes.
+    const std::size_t left = run.left();
+    if (left != 0 && left < blockBytes && run.room() >= std::max<std::size_t>(left, 8) + freeUnitsMost &&
+        static_cast<std::size_t>(run.source - given.source) >= blockBytes - left)
+        decodeBlock(run, blockBytes - left);
+    given = run;
 }
 
 } // namespace
 
 void utf8To16Sse42(Utf8To16 &run) noexcept {
-    decodeBlocks(run);
-    utfShortBlock<blockBytes, 1>(decodeBlocks, run);
+    decodeText(run);
+    utfShortBlock<blockBytes, 1>(decodeText, run);
 }
 
 namespace {
@@ -160,7 +183,7 @@ struct Sequences {
 
 // The last two bytes of each unit's sequence, the first of them in the low half; 0 and the unit for
 // ASCII.
-TOV_SSE42 inline __m128i lastTwoBytes(__m128i units, __m128i nonAscii, __m128i lead) {
+TOV_SSE42_INLINE __m128i lastTwoBytes(__m128i units, __m128i nonAscii, __m128i lead) {
     const __m128i upper = _mm_and_si128(_mm_srli_epi16(units, 6), allUnits(0x003F));
     const __m128i ascii = _mm_slli_epi16(units, 8);
     const __m128i lower = _mm_and_si128(ascii, allUnits(0x3F00));
@@ -171,7 +194,7 @@ TOV_SSE42 inline __m128i lastTwoBytes(__m128i units, __m128i nonAscii, __m128i l
 
 // The four bytes of a surrogate pair come from its two units as two bytes each. This gives units whose
 // lastTwoBytes() are these.
-TOV_SSE42 inline __m128i splitPairs(__m128i units, __m128i kind, Sequences &sequences) {
+TOV_SSE42_INLINE __m128i splitPairs(__m128i units, __m128i kind, Sequences &sequences) {
     const __m128i before = delayed<2>(units);
     const __m128i low = _mm_cmpeq_epi16(kind, allUnits(0xDC00));
     const __m128i beforeKind = _mm_and_si128(before, allUnits(0xFC00));
@@ -188,7 +211,7 @@ TOV_SSE42 inline __m128i splitPairs(__m128i units, __m128i kind, Sequences &sequ
 }
 
 // Converts a block whose units are all below 0x800.
-TOV_SSE42 inline unsigned encodeTwo(__m128i units, __m128i nonAscii, unsigned char *target) {
+TOV_SSE42_INLINE unsigned encodeTwo(__m128i units, __m128i nonAscii, unsigned char *target) {
     const __m128i two = lastTwoBytes(units, nonAscii, nonAscii);
     const std::uint32_t index = bits(_mm_packs_epi16(nonAscii, _mm_setzero_si128()));
     storeShuffled(target, two, utfBytesOfEight, index);
@@ -196,7 +219,7 @@ TOV_SSE42 inline unsigned encodeTwo(__m128i units, __m128i nonAscii, unsigned ch
 }
 
 // Converts a block of any units. A high surrogate that stands last counts as one without a partner.
-TOV_SSE42 inline unsigned encodeThree(__m128i units, __m128i nonAscii, unsigned char *target) {
+TOV_SSE42_INLINE unsigned encodeThree(__m128i units, __m128i nonAscii, unsigned char *target) {
     const __m128i below800 = _mm_cmpeq_epi16(_mm_and_si128(units, allUnits(0xF800)), _mm_setzero_si128());
     Sequences sequences{nonAscii, _mm_andnot_si128(below800, nonAscii), _mm_and_si128(nonAscii, below800)};
     const __m128i kind = _mm_and_si128(units, allUnits(0xFC00));
@@ -214,7 +237,8 @@ TOV_SSE42 inline unsigned encodeThree(__m128i units, __m128i nonAscii, unsigned 
     return 8 + static_cast<unsigned>(std::popcount(index));
 }
 
-TOV_SSE42 void encodeBlocks(Utf16To8 &run) noexcept {
+TOV_SSE42 void encodeText(Utf16To8 &given) noexcept {
+    Utf16To8 run = given;
     constexpr std::size_t most = 3 * blockUnits + storeBytes - 12; // up to the end of the last store
     while (run.left() >= blockUnits && run.room() >= most + freeBytesMost) {
         const __m128i units = load(run.source);
@@ -236,13 +260,14 @@ TOV_SSE42 void encodeBlocks(Utf16To8 &run) noexcept {
         run.target += encodeThree(units, nonAscii, run.target) - (open ? 3 : 0);
         run.source += blockUnits - (open ? 1 : 0);
     }
+    given = run;
 }
 
 } // namespace
 
 void utf16To8Sse42(Utf16To8 &run) noexcept {
-    encodeBlocks(run);
-    utfShortBlock<blockUnits, 3>(encodeBlocks, run);
+    encodeText(run);
+    utfShortBlock<blockUnits, 3>(encodeText, run);
 }
 
 } // namespace tovdetail

@@ -9,6 +9,7 @@
 #include <immintrin.h>
 
 #define TOV_AVX2 [[gnu::target("avx2,bmi,popcnt")]]
+#define TOV_AVX2_INLINE TOV_AVX2 [[gnu::always_inline]] inline
 
 namespace tovdetail {
 
@@ -24,31 +25,31 @@ constexpr std::size_t blockBytes = 32;
 constexpr std::size_t blockUnits = 16;
 constexpr std::size_t storeBytes = 16; // what one shuffle's store writes, wanted or not
 
-TOV_AVX2 inline __m256i allBytes(unsigned value) { return _mm256_set1_epi8(static_cast<char>(value)); }
-TOV_AVX2 inline __m256i allUnits(unsigned value) { return _mm256_set1_epi16(static_cast<short>(value)); }
-TOV_AVX2 inline std::uint32_t bits(__m256i bytes) {
+TOV_AVX2_INLINE __m256i allBytes(unsigned value) { return _mm256_set1_epi8(static_cast<char>(value)); }
+TOV_AVX2_INLINE __m256i allUnits(unsigned value) { return _mm256_set1_epi16(static_cast<short>(value)); }
+TOV_AVX2_INLINE std::uint32_t bits(__m256i bytes) {
     return static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes));
 }
-TOV_AVX2 inline __m256i bytesFrom(__m256i bytes, unsigned value) {
+TOV_AVX2_INLINE __m256i bytesFrom(__m256i bytes, unsigned value) {
     return _mm256_cmpeq_epi8(_mm256_max_epu8(bytes, allBytes(value)), bytes);
 }
 
 // The vector with each byte `distance` places further on, behind zeros.
 template <int distance>
-TOV_AVX2 inline __m256i delayed(__m256i bytes) {
+TOV_AVX2_INLINE __m256i delayed(__m256i bytes) {
     return _mm256_alignr_epi8(bytes, _mm256_permute2x128_si256(bytes, bytes, 0x08), 16 - distance);
 }
 
 template <class T>
-TOV_AVX2 inline __m256i load(const T *from) {
+TOV_AVX2_INLINE __m256i load(const T *from) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(from));
 }
 template <class T>
-TOV_AVX2 inline void store(T *to, __m256i value) {
+TOV_AVX2_INLINE void store(T *to, __m256i value) {
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), value);
 }
 template <class T>
-TOV_AVX2 inline void storeShuffled(T *to, __m128i value, const UtfShuffles &shuffles, std::uint32_t index) {
+TOV_AVX2_INLINE void storeShuffled(T *to, __m128i value, const UtfShuffles &shuffles, std::uint32_t index) {
     const auto *shuffle = reinterpret_cast<const __m128i *>(shuffles[index & 0xFF].data());
     _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_shuffle_epi8(value, _mm_load_si128(shuffle)));
 }
@@ -56,7 +57,7 @@ TOV_AVX2 inline void storeShuffled(T *to, __m128i value, const UtfShuffles &shuf
 using Layout = Utf8Layout<std::uint32_t>;
 
 // A lead's length is the number of its upper bits that are set; a shift brings each to the top.
-TOV_AVX2 inline Layout layoutOf(__m256i bytes, std::uint32_t nonAscii) {
+TOV_AVX2_INLINE Layout layoutOf(__m256i bytes, std::uint32_t nonAscii) {
     const std::uint32_t lead2 = nonAscii & bits(_mm256_slli_epi16(bytes, 1));
     const std::uint32_t lead3 = lead2 & bits(_mm256_slli_epi16(bytes, 2));
     return {nonAscii & ~lead2, lead2, lead3, lead3 & bits(_mm256_slli_epi16(bytes, 3))};
@@ -64,17 +65,11 @@ TOV_AVX2 inline Layout layoutOf(__m256i bytes, std::uint32_t nonAscii) {
 
 // Leads of four bytes or more whose value is no surrogate pair: they lead more bytes, or the value is
 // above 0x10FFFF or below 0x10000.
-TOV_AVX2 inline std::uint32_t unpaired(__m256i bytes) {
+TOV_AVX2_INLINE std::uint32_t unpaired(__m256i bytes) {
     const std::uint32_t nextFrom90 = bits(bytesFrom(bytes, 0x90)) >> 1;
     const std::uint32_t f0 = bits(_mm256_cmpeq_epi8(bytes, allBytes(0xF0)));
     const std::uint32_t f4 = bits(_mm256_cmpeq_epi8(bytes, allBytes(0xF4)));
     return bits(bytesFrom(bytes, 0xF5)) | (f4 & nextFrom90) | (f0 & ~nextFrom90);
-}
-
-// The number of bytes in front of the first character that is not plain.
-TOV_AVX2 inline unsigned plainBytes(__m256i bytes, const Layout &layout) {
-    const std::uint32_t odd = layout.odd() | (layout.lead4 != 0 ? unpaired(bytes) : 0);
-    return static_cast<unsigned>(std::countr_zero(odd));
 }
 
 // The units that end on each byte, in two halves: of the bytes 0 to 7 and 16 to 23, and of the others.
@@ -82,7 +77,7 @@ struct Units {
     __m256i lower, upper;
 };
 
-TOV_AVX2 inline Units unitsOf(__m256i bytes) {
+TOV_AVX2_INLINE Units unitsOf(__m256i bytes) {
     const __m256i before = delayed<1>(bytes);
     const __m256i following = _mm256_cmpgt_epi8(allBytes(0xC0), bytes);
     const __m256i followsTwice = _mm256_and_si256(following, _mm256_cmpgt_epi8(allBytes(0xC0), before));
@@ -98,22 +93,23 @@ TOV_AVX2 inline Units unitsOf(__m256i bytes) {
 }
 
 // Makes surrogates of what unitsOf() gives for the third and the fourth byte of four.
-TOV_AVX2 inline __m256i withPairs(__m256i units, __m256i high, __m256i low) {
+TOV_AVX2_INLINE __m256i withPairs(__m256i units, __m256i high, __m256i low) {
     const __m256i upper = _mm256_add_epi16(_mm256_srli_epi16(units, 4), allUnits(0xD800 - (0x10000 >> 10)));
     const __m256i lower = _mm256_add_epi16(_mm256_and_si256(units, allUnits(0x03FF)), allUnits(0xDC00));
     return _mm256_blendv_epi8(_mm256_blendv_epi8(units, upper, high), lower, low);
 }
 
-TOV_AVX2 inline Units withPairs(Units units, __m256i bytes) {
+TOV_AVX2_INLINE Units withPairs(Units units, __m256i bytes) {
     const __m256i high = bytesFrom(delayed<2>(bytes), 0xF0);
     const __m256i low = bytesFrom(delayed<3>(bytes), 0xF0);
     return {withPairs(units.lower, _mm256_unpacklo_epi8(high, high), _mm256_unpacklo_epi8(low, low)),
             withPairs(units.upper, _mm256_unpackhi_epi8(high, high), _mm256_unpackhi_epi8(low, low))};
 }
 
-// Converts the first `count` bytes, all plain, and gives the number of units.
-TOV_AVX2 inline unsigned decode(__m256i bytes, const Layout &layout, unsigned count, TovUChar *target) {
-    const std::uint32_t emits = layout.emits(count);
+// Converts the plain characters whose last bytes are `inside`, and gives the number of units. Writes
+// eight units behind those of all bytes but the last eight.
+TOV_AVX2_INLINE unsigned decode(__m256i bytes, const Layout &layout, std::uint32_t inside, TovUChar *target) {
+    const std::uint32_t emits = layout.emits() & inside;
     Units units = unitsOf(bytes);
     if (layout.lead4 != 0)
         units = withPairs(units, bytes);
@@ -127,31 +123,56 @@ TOV_AVX2 inline unsigned decode(__m256i bytes, const Layout &layout, unsigned co
     return static_cast<unsigned>(std::popcount(emits));
 }
 
-TOV_AVX2 void decodeBlocks(Utf8To16 &run) noexcept {
-    while (run.left() >= blockBytes && run.room() >= blockBytes + freeUnitsMost) {
+// Whole blocks of ASCII.
+TOV_AVX2_INLINE void widenBlocks(Utf8To16 &run) {
+    while (run.left() >= blockBytes && run.room() >= blockBytes) {
         const __m256i bytes = load(run.source);
-        unsigned count = blockBytes;
-        unsigned units = blockBytes;
-        if (const std::uint32_t nonAscii = bits(bytes); nonAscii == 0) {
-            store(run.target, _mm256_cvtepu8_epi16(_mm256_castsi256_si128(bytes)));
-            store(run.target + 16, _mm256_cvtepu8_epi16(_mm256_extracti128_si256(bytes, 1)));
-        } else {
-            const Layout layout = layoutOf(bytes, nonAscii);
-            count = plainBytes(bytes, layout);
-            if (count == 0)
-                return;
-            units = decode(bytes, layout, count, run.target);
-        }
-        run.source += count;
-        run.target += units;
+        if (bits(bytes) != 0)
+            return;
+        store(run.target, _mm256_cvtepu8_epi16(_mm256_castsi256_si128(bytes)));
+        store(run.target + 16, _mm256_cvtepu8_epi16(_mm256_extracti128_si256(bytes, 1)));
+        run.source += blockBytes;
+        run.target += blockBytes;
     }
+}
+
+// The next block's characters, up to the first that is not plain. The block begins `back` bytes before what
+// is left, in the text that is converted. False when nothing could be done.
+TOV_AVX2_INLINE bool decodeBlock(Utf8To16 &run, std::size_t back) {
+    const __m256i bytes = load(run.source - back);
+    const std::uint32_t nonAscii = bits(bytes);
+    if (nonAscii == 0 && back == 0) {
+        widenBlocks(run);
+        return true;
+    }
+    const Layout layout = layoutOf(bytes, nonAscii);
+    const std::uint32_t behind = ~std::uint32_t{0} << back;
+    const std::uint32_t odd = (layout.odd() | (layout.lead4 != 0 ? unpaired(bytes) : 0)) & behind;
+    const auto end = static_cast<std::size_t>(std::countr_zero(odd));
+    const std::uint32_t plain = behind & (odd - 1) & ~odd; // those in front of the first odd one
+    run.target += decode(bytes, layout, plain, run.target);
+    run.source += end - back;
+    return end != back;
+}
+
+TOV_AVX2 void decodeText(Utf8To16 &given) noexcept {
+    Utf8To16 run = given; // which no store of text can change
+    while (run.left() >= blockBytes && run.room() >= blockBytes + freeUnitsMost && decodeBlock(run, 0)) {
+    }
+    // The rest is the end of one more block, if that begins in the text that is converted and may write
+    // all that decode() writes.
+    const std::size_t left = run.left();
+    if (left != 0 && left < blockBytes && run.room() >= std::max<std::size_t>(left, 8) + freeUnitsMost &&
+        static_cast<std::size_t>(run.source - given.source) >= blockBytes - left)
+        decodeBlock(run, blockBytes - left);
+    given = run;
 }
 
 } // namespace
 
 void utf8To16Avx2(Utf8To16 &run) noexcept {
-    decodeBlocks(run);
-    utfShortBlock<blockBytes, 1>(decodeBlocks, run);
+    decodeText(run);
+    utfShortBlock<blockBytes, 1>(decodeText, run);
 }
 
 namespace {
@@ -165,7 +186,7 @@ struct Sequences {
 
 // The last two bytes of each unit's sequence, the first of them in the low half; 0 and the unit for
 // ASCII.
-TOV_AVX2 inline __m256i lastTwoBytes(__m256i units, __m256i nonAscii, __m256i lead) {
+TOV_AVX2_INLINE __m256i lastTwoBytes(__m256i units, __m256i nonAscii, __m256i lead) {
     const __m256i upper = _mm256_and_si256(_mm256_srli_epi16(units, 6), allUnits(0x003F));
     const __m256i ascii = _mm256_slli_epi16(units, 8);
     const __m256i lower = _mm256_and_si256(ascii, allUnits(0x3F00));
@@ -176,7 +197,7 @@ TOV_AVX2 inline __m256i lastTwoBytes(__m256i units, __m256i nonAscii, __m256i le
 
 // The four bytes of a surrogate pair come from its two units as two bytes each. This gives units whose
 // lastTwoBytes() are these.
-TOV_AVX2 inline __m256i splitPairs(__m256i units, __m256i kind, Sequences &sequences) {
+TOV_AVX2_INLINE __m256i splitPairs(__m256i units, __m256i kind, Sequences &sequences) {
     const __m256i before = delayed<2>(units);
     const __m256i low = _mm256_cmpeq_epi16(kind, allUnits(0xDC00));
     const __m256i beforeKind = _mm256_and_si256(before, allUnits(0xFC00));
@@ -195,7 +216,7 @@ TOV_AVX2 inline __m256i splitPairs(__m256i units, __m256i kind, Sequences &seque
 }
 
 // Converts a block whose units are all below 0x800.
-TOV_AVX2 inline unsigned encodeTwo(__m256i units, __m256i nonAscii, unsigned char *target) {
+TOV_AVX2_INLINE unsigned encodeTwo(__m256i units, __m256i nonAscii, unsigned char *target) {
     const __m256i two = lastTwoBytes(units, nonAscii, nonAscii);
     const __m128i masks =
         _mm_packs_epi16(_mm256_castsi256_si128(nonAscii), _mm256_extracti128_si256(nonAscii, 1));
@@ -207,7 +228,7 @@ TOV_AVX2 inline unsigned encodeTwo(__m256i units, __m256i nonAscii, unsigned cha
 }
 
 // Converts a block of any units. A high surrogate that stands last counts as one without a partner.
-TOV_AVX2 inline unsigned encodeThree(__m256i units, __m256i nonAscii, unsigned char *target) {
+TOV_AVX2_INLINE unsigned encodeThree(__m256i units, __m256i nonAscii, unsigned char *target) {
     const __m256i below800 =
         _mm256_cmpeq_epi16(_mm256_and_si256(units, allUnits(0xF800)), _mm256_setzero_si256());
     Sequences sequences{nonAscii, _mm256_andnot_si256(below800, nonAscii),
@@ -231,7 +252,8 @@ TOV_AVX2 inline unsigned encodeThree(__m256i units, __m256i nonAscii, unsigned c
     return 16 + static_cast<unsigned>(std::popcount(index));
 }
 
-TOV_AVX2 void encodeBlocks(Utf16To8 &run) noexcept {
+TOV_AVX2 void encodeText(Utf16To8 &given) noexcept {
+    Utf16To8 run = given;
     constexpr std::size_t most = 3 * blockUnits + storeBytes - 12; // up to the end of the last store
     while (run.left() >= blockUnits && run.room() >= most + freeBytesMost) {
         const __m256i units = load(run.source);
@@ -255,13 +277,14 @@ TOV_AVX2 void encodeBlocks(Utf16To8 &run) noexcept {
         run.target += encodeThree(units, nonAscii, run.target) - (open ? 3 : 0);
         run.source += blockUnits - (open ? 1 : 0);
     }
+    given = run;
 }
 
 } // namespace
 
 void utf16To8Avx2(Utf16To8 &run) noexcept {
-    encodeBlocks(run);
-    utfShortBlock<blockUnits, 3>(encodeBlocks, run);
+    encodeText(run);
+    utfShortBlock<blockUnits, 3>(encodeText, run);
 }
 
 } // namespace tovdetail

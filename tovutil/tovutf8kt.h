@@ -18,20 +18,21 @@ struct Utf8Layout {
     Mask lead3;     ///< leads of three bytes or more
     Mask lead4;     ///< leads of four bytes or more
 
+    /// The bytes that the leads want as following ones.
+    Mask wanted() const { return lead2 << 1 | lead3 << 2 | lead4 << 3; }
+
     /// Leads whose sequence is broken or cut off, and following bytes that have no lead. The first of
     /// them is where the well-formed text ends.
     Mask odd() const {
-        const Mask broken =
+        const Mask cut =
             (lead2 & ~(following >> 1)) | (lead3 & ~(following >> 2)) | (lead4 & ~(following >> 3));
-        return broken | (following & ~(lead2 << 1 | lead3 << 2 | lead4 << 3));
+        return cut | (following & ~wanted());
     }
 
-    /// The places of the first `count` bytes, all well-formed, that get a unit: the last byte of each
-    /// character, and the third of four for the first half of a surrogate pair.
-    Mask emits(unsigned count) const {
-        const Mask inside = static_cast<Mask>(~Mask{0}) >> (std::numeric_limits<Mask>::digits - count);
-        const Mask lasts = (~following & inside) >> 1 | Mask{1} << (count - 1);
-        return (lasts | lead4 << 2) & inside;
+    /// The places of a well-formed text that get a unit: the last byte of each character, and the third
+    /// of four, for the first half of a surrogate pair.
+    Mask emits() const {
+        return static_cast<Mask>(~(following | lead2)) | (lead2 & ~lead3) << 1 | lead3 << 2 | lead4 << 3;
     }
 };
 
@@ -68,10 +69,12 @@ alignas(64) inline constexpr UtfShuffles utfBytesOfFour = makeUtfShuffles([](uns
     return byte % 4 == 3 || (byte % 4 == 2 && (bits & 1) != 0) || (byte % 4 == 1 && (bits & 2) != 0);
 });
 
-/// Converts what is too short for `block` in a copy that is filled up with zeros, which `blocks` converts
-/// one to one. `worst` is the most places that a unit of the source can need.
+/// Converts what is too short for `block`, or has too little room for one, in a copy that is filled up with
+/// zeros, which `blocks` converts one to one. `worst` is the most places that a unit of the source can need.
 template <std::size_t block, std::size_t worst, class S, class D>
 void utfShortBlock(void (*blocks)(UtfRun<S, D> &) noexcept, UtfRun<S, D> &run) noexcept {
+    if (run.left() >= block && run.room() >= (block + 4) * worst)
+        return;
     std::size_t count = std::min({block, run.left(), run.room() / worst});
     // What follows a high surrogate might be its partner.
     if (count != 0 && sizeof(S) == 2 && (run.source[count - 1] & 0xFC00) == 0xD800)

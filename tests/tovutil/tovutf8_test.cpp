@@ -505,7 +505,7 @@ TEST_P(KernelAgainstScalar, WithAnOddFormAtEveryPlace) {
 }
 
 TEST_P(KernelAgainstScalar, WithRandomDamage) {
-    for (unsigned i = 0; i < 4000; ++i) {
+    for (unsigned i = 0; i < 1500; ++i) {
         const auto kind = static_cast<unsigned>(m_random.below(RandomText::kinds));
         Bytes utf8 = m_random.utf8(kind, m_random.below(600));
         Units utf16 = m_random.utf16(kind, m_random.below(600));
