@@ -22,3 +22,10 @@ else()
     # Not under sanitizers: clang++ leaves their functions to the program.
     add_link_options(-Wl,-z,defs)
 endif()
+
+# Limits what a library exports to the names in cmake/TARGET.map.
+function(tov_export_map target)
+    set(map ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
+endfunction()
