@@ -8,9 +8,10 @@ extern "C" {
 void *__real_malloc(std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
 void __real_free(void *block);
-void *__wrap_malloc(std::size_t size);
-void *__wrap_realloc(void *block, std::size_t size);
-void __wrap_free(void *block);
+// Visible, because the linker wraps the references of a sanitizer's library, too.
+[[gnu::visibility("default")]] void *__wrap_malloc(std::size_t size);
+[[gnu::visibility("default")]] void *__wrap_realloc(void *block, std::size_t size);
+[[gnu::visibility("default")]] void __wrap_free(void *block);
 }
 
 namespace {
