@@ -24,6 +24,19 @@ struct Pair {
         if (got != want) // no macro on the way, for there are millions of these
             ADD_FAILURE() << name << ": " << hex(bytes) << "gives " << hex(got) << "not " << hex(want);
     }
+    // Without a string on the way, for the tests that do nothing else. Only what differs is looked at again.
+    void expectFromUnitsOfStateless(const char16_t *units, std::size_t count) {
+        char got[16], want[16];
+        char *to = want;
+        const char16_t *from = units;
+        UErrorCode status = U_ZERO_ERROR;
+        const int written = CXUnicodeToStringEx(ours.locale(), got, 0, sizeof got, units, int(count), 0);
+        ucnv_resetFromUnicode(icu.get());
+        ucnv_fromUnicode(icu.get(), &to, std::end(want), &from, units + count, nullptr, true, &status);
+        if (written != to - want || std::memcmp(got, want, std::size_t(written)) != 0)
+            expectFromUnits({units, count});
+    }
+
     void expectFromUnits(std::u16string_view units) {
         const std::string got = ours.fromUnits(units), want = icu.fromGoodPart(units);
         if (got != want)
@@ -34,7 +47,7 @@ struct Pair {
 bool isTableType(UConverterType type) { return type <= UCNV_LATIN_1 || type == UCNV_US_ASCII; }
 
 // Units that combine with the one before them in some page.
-constexpr char16_t c_combining[] = {0x309A, 0x0300, 0x0301, 0x0304, 0x030C, 0x02E5, 0x02E9, 0x200D};
+constexpr char16_t c_combining[] = {0x309A, 0x0300, 0x0301, 0x0304, 0x030C, 0x02E5, 0x02E9};
 
 std::u16string randomUnits(std::mt19937_64 &random, std::size_t most) {
     std::u16string units;
@@ -94,28 +107,30 @@ TEST(TablePages, GiveForEveryUnitWhatIcuGives) {
             continue;
         for (unsigned unit = 0; unit < 0x10000; ++unit) {
             const char16_t one = static_cast<char16_t>(unit);
-            pair.expectFromUnits({&one, 1});
+            pair.expectFromUnitsOfStateless(&one, 1);
         }
     }
 }
 
 // A unit that may combine with the next one must not be converted before that is seen.
 TEST(TablePages, LeaveUnitsThatCombineToIcu) {
-    std::size_t combined = 0;
     for (const std::int32_t id : allPages()) {
         Pair pair(id);
         if (!isTableType(pair.icu.type()) || pair.ours.maxBytes() == 1)
             continue;
         for (unsigned unit = 0; unit < 0x10000; unit += unit >= 0x4E00 && unit < 0xE000 ? 97 : 1)
-            for (const char16_t next :
-                 {char16_t{0x309A}, char16_t{0x304}, char16_t{0x30C}, char16_t{0x300}}) {
+            for (const char16_t next : c_combining) {
                 const char16_t text[] = {static_cast<char16_t>(unit), next};
-                pair.expectFromUnits({text, 2});
-                combined +=
-                    pair.icu.fromUnits({text, 2}).size() == 2 && pair.icu.fromUnits({&next, 1}).size() == 2;
+                pair.expectFromUnitsOfStateless(text, 2);
             }
     }
-    EXPECT_NE(0U, combined) << "no page has a pair that combines: the test shows nothing";
+    const Page page("ibm-16684");
+    page.warmUp();
+    const std::string combined = page.fromUnits(u"\u304B\u309A");
+    EXPECT_EQ(2U, combined.size()) << "two characters of one code";
+    EXPECT_EQ(hex(page.fromUnits(u"\u3042\u3042") + combined + page.fromUnits(u"\u3042")),
+              hex(page.fromUnits(u"\u3042\u3042\u304B\u309A\u3042")));
+    EXPECT_EQ(hex(std::u16string(u"\u304B\u309A")), hex(page.toUnits(combined + combined, 3)));
 }
 
 TEST(AllPages, ConvertRandomTextsAsIcuDoes) {
@@ -155,6 +170,8 @@ TEST(AllPages, HaveRoomForEveryTextInLengthTimesLongest) {
     for (const std::int32_t id : allPages()) {
         const Page page(id);
         SCOPED_TRACE(page.name());
+        if (page.maxBytes() == 1)
+            continue; // every unit of these is tried above
         const auto most = static_cast<std::size_t>(page.maxBytes());
         const std::size_t mark = page.name().starts_with("UTF-16") ? 2 : 0; // that may stand before a pair
         for (char32_t c = 0; c < 0x30000; c += c < 0x3400 ? 1 : 7) {
@@ -304,8 +321,7 @@ TEST(Conversion, RefusesWhatIsNoText) {
 // Strict UTF-8 is ours alone, so all that decides on a sequence is tried against ICU.
 TEST(Utf8, ReadsEverySequenceAsIcuDoes) {
     Pair pair(LNG1_GetCodepageId("UTF-8", nullptr));
-    constexpr unsigned char edges[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F,
-                                       0xA0, 0xBF, 0xC0, 0xC2, 0xE0, 0xFF};
+    constexpr unsigned char edges[] = {0x41, 0x7F, 0x80, 0xBF, 0xC0};
     for (unsigned lead = 0; lead < 0x100; ++lead)
         for (unsigned second = 0; second < 0x100; ++second)
             for (const unsigned char third : edges)

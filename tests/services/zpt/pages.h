@@ -63,9 +63,8 @@ public:
 
     /// Converts enough for the page's tables to be made.
     void warmUp() const {
-        const std::string bytes(std::size_t{40} << 10, '\x41');
-        toUnits(bytes);
-        fromUnits(std::u16string(bytes.size(), u'A'));
+        toUnits(std::string(std::size_t{40} << 10, '\x41'));
+        fromUnits(std::u16string(std::size_t{40} << 10, u'\u3000'));
     }
 
 private:
@@ -110,6 +109,7 @@ public:
     Icu &operator=(const Icu &) = delete;
 
     UConverterType type() const { return ucnv_getType(m_icu); }
+    UConverter *get() const { return m_icu; }
 
     std::u16string toUnits(std::string_view bytes) {
         std::u16string units(4 * bytes.size() + 8, u'\0');
