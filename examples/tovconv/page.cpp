@@ -13,6 +13,8 @@ namespace {
 
 using namespace std::string_literals;
 
+constexpr std::size_t c_markRoom = 8;
+
 // Code pages whose text is one run with a state, by the pattern of their name. The line feed (a blank, where
 // line feeds don't stand for themselves) gets through behind a whole text in one of these spellings, and
 // behind a text that is cut off in none of them.
@@ -26,9 +28,8 @@ const std::vector<Indivisible> &indivisiblePages() {
     static const std::vector<Indivisible> rows = {
         {"ISO-2022-*", u'\n', {"\n"}},
         {"ISO_2022,*", u'\n', {"\n"}},
-        {"ibm-25546", u'\n', {"\n"}}, // ISO-2022-KR, too
-        {"ISCII,*", u'\n', {"\n"}},
-        {"ibm-4902", u'\n', {"\n"}}, // ISCII, too
+        {"ibm-25546", u'\n', {"\n"}},     // ISO-2022-KR
+        {"windows-570??", u'\n', {"\n"}}, // ISCII
         {"HZ*", u'\n', {"\n", "~}\n"}},
         {"UTF-7", u'\n', {"\n"}},
         {"IMAP-*", u' ', {" "}},
@@ -123,7 +124,7 @@ std::optional<Converted<TovUChar>> Page::markedToUnits(std::string &text, const 
 
 std::optional<Converted<TovUChar>> Page::allToUnits(std::string_view shift, std::string_view bytes) const {
     std::string text;
-    text.reserve(shift.size() + bytes.size() + c_longestMark);
+    text.reserve(shift.size() + bytes.size() + c_markRoom);
     text.append(shift).append(bytes);
     for (const std::string &mark : m_mark.bytes)
         if (auto units = markedToUnits(text, mark))

@@ -9,7 +9,7 @@
 
 namespace {
 
-enum : std::uint32_t { TOVCONV_LAYER = 201, ILLEGAL_BYTES = 1, NO_SUCH_CHARACTER = 2 };
+enum : std::uint32_t { TOVCONV = 201, ILLEGAL_BYTES = 1, NO_SUCH_CHARACTER = 2 };
 
 std::string hex(const char *format, unsigned value) {
     char text[16];
@@ -39,8 +39,8 @@ Failure badBytes(const std::string &file, const Place &place, std::string_view b
                  const std::string &page) {
     const std::string what = hexBytes(bytes);
     const std::string text = what + " is no character of " + page + ", or is cut off by the end";
-    const TovErrorFull error(TOV_CODE(TOVRC_INVALID_MBCHAR), TOV_CODE(TOVCONV_LAYER), TOV_CODE(ILLEGAL_BYTES),
-                             1, TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
+    const TovErrorFull error(TOV_CODE(TOVRC_INVALID_MBCHAR), TOV_CODE(TOVCONV), TOV_CODE(ILLEGAL_BYTES), 1,
+                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
                              text.c_str(), nullptr);
     return report(file, place, what, error);
 }
@@ -49,9 +49,9 @@ Failure badCharacter(const std::string &file, const Place &place, char32_t chara
                      const std::string &page) {
     const std::string what = hex("U+%04X", static_cast<unsigned>(character));
     const std::string text = page + " has no " + what;
-    const TovErrorFull error(TOV_CODE(TOVRC_INVALID_WCHAR), TOV_CODE(TOVCONV_LAYER),
-                             TOV_CODE(NO_SUCH_CHARACTER), 1, TovError::Error, __LINE__, __func__, TOV_VERSION,
-                             __FILE__, TOV_BUILD_DATE, text.c_str(), nullptr);
+    const TovErrorFull error(TOV_CODE(TOVRC_INVALID_WCHAR), TOV_CODE(TOVCONV), TOV_CODE(NO_SUCH_CHARACTER), 1,
+                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
+                             text.c_str(), nullptr);
     return report(file, place, what, error);
 }
 
