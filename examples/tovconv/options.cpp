@@ -57,22 +57,28 @@ constexpr option c_longOptions[] = {
     {"version", no_argument, nullptr, Version},   {nullptr, 0, nullptr, 0},
 };
 
-void apply(Options &options, int key, const char *argument, const char *word) {
+// The option that getopt_long is not content with.
+std::string wrongOption(char **argv) {
+    const bool isShort = optopt > 0 && optopt < Trace;
+    return isShort ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+}
+
+void apply(Options &options, int key, char **argv) {
     switch (key) {
     case 'f':
-        options.from = argument;
+        options.from = optarg;
         break;
     case 't':
-        options.to = argument;
+        options.to = optarg;
         break;
     case 'o':
-        options.output = argument;
+        options.output = optarg;
         break;
     case 'l':
         options.action = Options::Action::List;
         break;
     case Trace:
-        options.trace = argument;
+        options.trace = optarg;
         break;
     case Help:
         options.action = Options::Action::Help;
@@ -81,9 +87,8 @@ void apply(Options &options, int key, const char *argument, const char *word) {
         options.action = Options::Action::Version;
         break;
     default:
-        throw Failure(Exit::Usage,
-                      std::string(key == ':' ? "an argument is missing behind " : "unknown option ") + word +
-                          "; try --help");
+        throw Failure(Exit::Usage, (key == ':' ? "an argument is missing behind " : "unknown option ") +
+                                       wrongOption(argv) + "; try --help");
     }
 }
 
@@ -92,13 +97,8 @@ void apply(Options &options, int key, const char *argument, const char *word) {
 Options readOptions(int argc, char **argv) {
     Options options;
     opterr = 0;
-    for (;;) {
-        const int at = optind;
-        const int key = getopt_long(argc, argv, ":f:t:o:l", c_longOptions, nullptr);
-        if (key == -1)
-            break;
-        apply(options, key, optarg, argv[at]);
-    }
+    for (int key; (key = getopt_long(argc, argv, ":f:t:o:l", c_longOptions, nullptr)) != -1;)
+        apply(options, key, argv);
     options.inputs.assign(argv + optind, argv + argc);
     if (options.inputs.empty())
         options.inputs.emplace_back("-");

@@ -143,6 +143,6 @@ std::optional<Converted<char>> Page::allFromUnits(Converted<TovUChar> &units) co
         return marked;
     }
     Converted<char> plain = fromUnits(units.view());
-    const bool whole = !alone && marked.size() > plain.size();
+    const bool whole = !alone && marked.view() != plain.view();
     return whole ? std::optional(std::move(plain)) : std::nullopt;
 }

@@ -144,9 +144,10 @@ std::size_t ClosedSource::bytesBefore(Stretch stretch, std::size_t index) const 
 }
 
 Bad ClosedSource::badBytes(Stretch stretch) const {
+    constexpr std::size_t mostShown = 4;
     const std::size_t skipped = shiftBytes(stretch.bytes);
-    return {skipped,
-            std::min(stretch.bytes.size() - skipped, m_page.hasShifts() ? 2 : m_page.longestCharacter())};
+    const std::size_t character = m_page.hasShifts() ? 2 : std::min(m_page.longestCharacter(), mostShown);
+    return {skipped, std::min(stretch.bytes.size() - skipped, character)};
 }
 
 std::string_view ClosedSource::shiftAfter(Stretch stretch) const {
