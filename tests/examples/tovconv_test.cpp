@@ -369,10 +369,10 @@ TEST_F(Tovconv, TellsTheByteAndTheLineOfAFault) {
         {"no character of the target", "UTF-8", "ISO-8859-1", "ab\nß", "€", "U+20AC"},
         {"a pair of surrogates", "UTF-8", "ISO-8859-1", "ab\nß", "😀", "U+1F600"},
         {"from two bytes", "Shift_JIS", "ISO-8859-1", "ab\nx", "\x83\x5C", "U+30BD"},
-        {"from a run of two-byte characters", "ibm-939", "Shift_JIS", "\x81\x82\x25\x0E\x45\x62", "\x41\xFC",
-         "U+"},
-        {"into a code page with a byte order mark", "UTF-16LE", "ISO-2022-JP", "a\0b\0\n\0\x42\x30"s,
-         "\xAC\x20", "U+20AC"},
+        {"from a run of two-byte characters", "ibm-939", "KOI8-R", "\x81\x82\x25\x0E\x41\xC0", "\x45\x62",
+         "U+65E5"},
+        {"into a code page of escape sequences", "UTF-16LE", "ISO-2022-JP", "a\0b\0\n\0\x42\x30"s, "\xAC\x20",
+         "U+20AC"},
     };
     for (const Fault &fault : faults) {
         SCOPED_TRACE(fault.from + " to "s + fault.to + ": " + fault.why);
