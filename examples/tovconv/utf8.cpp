@@ -54,13 +54,15 @@ Sequence firstSequence(std::string_view bytes) {
     return {true, form.length};
 }
 
-// The ASCII bytes from `at` on, eight at a time.
+// The end of the ASCII run that begins at `at`.
 std::size_t skipAscii(std::string_view bytes, std::size_t at) {
     for (std::uint64_t word; bytes.size() - at >= sizeof word; at += sizeof word) {
         std::memcpy(&word, bytes.data() + at, sizeof word);
         if (word & 0x8080808080808080U)
             break;
     }
+    while (at < bytes.size() && byteAt(bytes, at) < 0x80)
+        ++at;
     return at;
 }
 
