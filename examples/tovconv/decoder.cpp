@@ -101,8 +101,9 @@ void Decoder::moveOut(Taken &taken, Piece &piece) {
 
 void Decoder::fail() const {
     const Bad bad = m_source.badBytes({m_shift, m_bytes});
+    const std::string_view bytes = std::string_view(m_bytes).substr(bad.skipped, bad.bytes);
     Place place = m_place;
     place.byte += bad.skipped;
-    throw badBytes(m_input.name(), place, std::string_view(m_bytes).substr(bad.skipped, bad.bytes),
-                   m_page.name());
+    throw badBytes(m_input.name(), place, bytes, m_page.name(),
+                   bytes.end() == std::string_view(m_bytes).end());
 }

@@ -35,10 +35,11 @@ Failure report(const std::string &file, const Place &place, const std::string &w
 
 } // namespace
 
-Failure badBytes(const std::string &file, const Place &place, std::string_view bytes,
-                 const std::string &page) {
+Failure badBytes(const std::string &file, const Place &place, std::string_view bytes, const std::string &page,
+                 bool atEnd) {
     const std::string what = hexBytes(bytes);
-    const std::string text = what + " is no character of " + page + ", or is cut off by the end";
+    const std::string text =
+        what + " is no character of " + page + (atEnd ? ", or is cut off by the end" : "");
     const TovErrorFull error(TOV_CODE(TOVRC_INVALID_MBCHAR), TOV_CODE(TOVCONV), TOV_CODE(ILLEGAL_BYTES), 1,
                              TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
                              text.c_str(), nullptr);
