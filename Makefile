@@ -1,6 +1,7 @@
 # A front end to CMake, the tests and the tools.
 PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 
 # Configures once; afterwards the build sees for itself when that is due again.
 build = test -e build/$(1)/build.ninja || cmake --preset $(1); cmake --build --preset $(1) -j $(JOBS)
@@ -26,14 +27,13 @@ demo: build ## Build, and convert real files between many code pages
 bench: ## Build and run the benchmarks beside their peers
 	@tools/dependencies --bench
 	@$(call build,bench)
-	@tools/bench build/bench
+	@bench/run build/bench
 
 asan: deps ## Test under the address and undefined-behaviour sanitizers
 	@$(call build,asan)
 	@$(call test,asan)
 
-tsan: ## Test under the thread sanitizer, with clang++
-	@tools/dependencies --clang
+tsan: deps ## Test under the thread sanitizer
 	@$(call build,tsan)
 	@$(call test,tsan)
 
@@ -42,9 +42,10 @@ clang: ## Build without optimisation and test, with clang++
 	@$(call build,clang)
 	@$(call test,clang)
 
-fuzz: ## Build the fuzz targets into build/fuzz
-	@tools/dependencies --clang
+fuzz: ## Run each fuzz target for FUZZ_SECONDS, by default 60
+	@tools/dependencies --fuzz
 	@$(call build,fuzz)
+	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
 
 tidy: ## Check all sources with clang-tidy
 	@tools/dependencies --tidy
