@@ -76,6 +76,9 @@ struct Text {
 /// A text of exactly `bytes` bytes in UTF-8, made once and kept.
 const Text &text(Kind kind, std::size_t bytes);
 
+/// Registers the limit of converting a text: memcpy of the larger of its two forms to `target`.
+void copyLimit(const std::string &group, Kind kind, std::size_t bytes, void *target);
+
 /// Memory for sources and targets, never freed. Sources begin 2048 bytes behind a page's start and targets
 /// at one, so that nobody meets a load and a store that agree in their low 12 bits.
 void *sourceArea(std::size_t bytes);

@@ -71,19 +71,19 @@ class Group:
         >>> g.ratio("tovutil", "icu"), g.ratio("tovutil", None), g.ratio("qt", "icu")
         (0.4, None, None)
         """
-        if name not in self.times or other not in self.times:
+        if not {name, other} <= self.times.keys():
             return None
         return self.median(name) / self.median(other)
 
 
 def load(paths):
-    """({group: Group}, the context of the last file, names of benchmarks that failed)"""
+    """({group: Group} as registered, the context of the last file, names of benchmarks that failed)"""
     groups, context, failed = {}, {}, []
     for path in paths:
         with open(path) as file:
             data = json.load(file)
         context = data["context"]
-        for entry in data["benchmarks"]:
+        for entry in sorted(data["benchmarks"], key=lambda b: b["family_index"]):
             if entry.get("run_type") != "iteration":
                 continue
             if entry.get("error_occurred"):

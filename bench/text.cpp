@@ -1,7 +1,9 @@
 // Generated texts: words of one script, or a web-like mixture.
 #include "bench.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <utility>
 
@@ -113,6 +115,23 @@ const Text &text(Kind kind, std::size_t bytes) {
         entry.utf16 = placed<char16_t>({utf16.getBuffer(), static_cast<std::size_t>(utf16.length())});
     }
     return entry;
+}
+
+void copyLimit(const std::string &group, Kind kind, std::size_t bytes, void *target) {
+    preparedJob(
+        group + "limit:memcpy",
+        [=](benchmark::State &) {
+            const Text &source = text(kind, bytes);
+            const std::size_t utf16Bytes = 2 * source.utf16.size();
+            const void *larger = source.utf16.data();
+            if (source.utf8.size() > utf16Bytes)
+                larger = source.utf8.data();
+            return [larger, size = std::max(utf16Bytes, source.utf8.size()), target] {
+                std::memcpy(target, larger, size);
+                benchmark::ClobberMemory();
+            };
+        },
+        bytes);
 }
 
 } // namespace tovbench

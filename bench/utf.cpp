@@ -62,26 +62,6 @@ struct Group {
     std::size_t size;
 };
 
-// The larger of input and output.
-std::string_view largerForm(const Text &source) {
-    const std::string_view utf16(reinterpret_cast<const char *>(source.utf16.data()),
-                                 2 * source.utf16.size());
-    return std::max(source.utf8, utf16, [](auto a, auto b) { return a.size() < b.size(); });
-}
-
-void limitCopy(const Group &group, void *target) {
-    preparedJob(
-        group.name + "limit:memcpy",
-        [=](benchmark::State &) {
-            const std::string_view bytes = largerForm(group.source());
-            return [bytes, target] {
-                std::memcpy(target, bytes.data(), bytes.size());
-                benchmark::ClobberMemory();
-            };
-        },
-        group.size);
-}
-
 // What was there before must not pass for a result.
 void spoilTargets(std::size_t bytes) {
     std::memset(out16(), 0xEE, 2 * bytes);
@@ -207,7 +187,7 @@ void to8(const Group &group, const char *peer, Convert convert) {
 
 void registerTo16(Kind kind, std::size_t size) {
     const Group group("8to16", kind, size);
-    limitCopy(group, out16());
+    copyLimit(group.name, kind, size, out16());
     to16(group, "tovutil", tovTo16);
 #ifdef TOV_BENCH_SIMDUTF
     to16(group, "simdutf", [](std::string_view utf8) {
@@ -224,7 +204,7 @@ void registerTo16(Kind kind, std::size_t size) {
 
 void registerTo8(Kind kind, std::size_t size) {
     const Group group("16to8", kind, size);
-    limitCopy(group, out8());
+    copyLimit(group.name, kind, size, out8());
     to8(group, "tovutil", tovTo8);
 #ifdef TOV_BENCH_SIMDUTF
     to8(group, "simdutf", [](std::u16string_view utf16) {
@@ -404,7 +384,7 @@ Text withMarks(const Text &clean, std::string_view bytes, std::u16string_view un
 // A following byte in a lead's place: the library takes it as a character, ICU gives U+FFFD.
 void registerIllFormed16(Kind kind, std::size_t size) {
     const Group group("8to16-ill", kind, size);
-    limitCopy(group, out16());
+    copyLimit(group.name, kind, size, out16());
     const auto add = [&](const char *peer, std::u16string_view mark, auto convert) {
         preparedJob(
             group.name + peer,
@@ -425,7 +405,7 @@ void registerIllFormed16(Kind kind, std::size_t size) {
 void registerIllFormed8(Kind kind, std::size_t size) {
     static constexpr char16_t alone[] = {0xD800};
     const Group group("16to8-ill", kind, size);
-    limitCopy(group, out8());
+    copyLimit(group.name, kind, size, out8());
     const auto add = [&](const char *peer, std::string_view mark, auto convert) {
         preparedJob(
             group.name + peer,
