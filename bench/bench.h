@@ -31,7 +31,8 @@ void preparedJob(const std::string &name, Prepare prepare, std::size_t bytes = 0
             return;
         for (auto _ : state)
             body();
-        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
+        if (bytes != 0)
+            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
     });
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what benchmarks say, as ratios inside their groups, and whether the goals are met.
 
-Usage: ratios.py [--only PREFIX] [--peers] [--markdown] [--goals FILE] RESULT.json...
+Usage: ratios.py [--only EXPRESSION] [--peers] [--markdown] [--goals FILE] RESULT.json...
 
 Times are medians of processor time over all repetitions in all files. The first table has a row for each
 entry of this library: its time divided by that of the group's limit, that of the best peer likewise, and
@@ -176,14 +176,14 @@ def read_goals(path, topics):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("files", nargs="+")
-    parser.add_argument("--only", default="", help="groups that begin so")
+    parser.add_argument("--only", default="", help="groups whose names begin with a match of this expression")
     parser.add_argument("--peers", action="store_true", help="all entries of each group")
     parser.add_argument("--markdown", action="store_true")
     parser.add_argument("--goals", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "goals.tsv"))
     options = parser.parse_args()
 
     groups, context, failed = load(options.files)
-    groups = {name: group for name, group in groups.items() if name.startswith(options.only)}
+    groups = {name: group for name, group in groups.items() if re.match(options.only, name)}
     shown = ("date", "num_cpus", "compiler", "glibc", "peers", "simdutf kernel", "threads")
     print("; ".join(f"{key}: {context[key]}" for key in shown if key in context), end="\n\n")
     rows = list(peer_rows(groups) if options.peers else our_rows(groups))
