@@ -166,6 +166,13 @@ void thrown(const char *peer, int what, Raise raise) {
         });
 }
 
+// An int through as many more frames as lie between a raising site of the library and its throw.
+void thrownDeeper() {
+    for (const int depth : {1, 10})
+        job("error/throw/depth" + std::to_string(depth) + "/model:int-3-frames-more",
+            [depth] { caught(depth + 3, [] { throw 1; }); });
+}
+
 // What a handler pays that shows the message.
 void thrownAndRead() {
     for (const int depth : {1, 10})
@@ -201,6 +208,7 @@ void registerThrow() {
     thrown("tovutil:tovCheck", 1, raiseCheck);
     thrown("tovutil:throw", 1, [] { throw fullError(); });
     thrownAndRead();
+    thrownDeeper();
     thrown("runtime_error", 2, [] { throw std::runtime_error(c_message); });
     thrown("system_error", 2, [] { throw std::system_error(5, std::generic_category(), c_message); });
     thrown("fields500", 2, [] { throw Fields(); });
