@@ -76,16 +76,22 @@ void __wrap_free(void *block) {
     __real_free(block);
 }
 
-// The forms for arrays and those that do not throw come to these.
+// All forms, because a sanitizer brings its own of those that a program leaves out.
 void *operator new(std::size_t size) {
     if (void *block = __wrap_malloc(size ? size : 1))
         return block;
     throw std::bad_alloc();
 }
 
-void operator delete(void *block) noexcept { __wrap_free(block); }
+void *operator new[](std::size_t size) { return operator new(size); }
 
-void operator delete(void *block, std::size_t) noexcept { __wrap_free(block); }
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    return __wrap_malloc(size ? size : 1);
+}
+
+void *operator new[](std::size_t size, const std::nothrow_t &) noexcept {
+    return __wrap_malloc(size ? size : 1);
+}
 
 void *operator new(std::size_t size, std::align_val_t alignment) {
     const auto boundary = static_cast<std::size_t>(alignment);
@@ -94,6 +100,14 @@ void *operator new(std::size_t size, std::align_val_t alignment) {
             return block;
     throw std::bad_alloc();
 }
+
+void operator delete(void *block) noexcept { __wrap_free(block); }
+
+void operator delete(void *block, std::size_t) noexcept { __wrap_free(block); }
+
+void operator delete[](void *block) noexcept { __wrap_free(block); }
+
+void operator delete[](void *block, std::size_t) noexcept { __wrap_free(block); }
 
 void operator delete(void *block, std::align_val_t) noexcept { __wrap_free(block); }
 
