@@ -234,12 +234,15 @@ void ChromeWriter::putText(PendingText &text, const HvdTraceEvent *dump) noexcep
     text.record = nullptr;
 }
 
-// The thread itself never waits for its state: only the end of the process takes it away, for good.
+constinit std::atomic<bool> s_ending{false};
+
+// A thread never waits for its own state: only the end of the process takes it away, for good.
 bool takeOver(TracedThread &thread) { return !thread.busy.exchange(true, std::memory_order_acquire); }
 
+// Waits for the event that a running thread is in.
 bool takeOverAtEnd(TracedThread &thread) {
     const timespec moment{0, 1'000'000};
-    for (int moments = 0; moments < 100; ++moments) {
+    for (int moments = 0; moments < 1000 && thread.id.load(std::memory_order_relaxed) != 0; ++moments) {
         if (takeOver(thread))
             return true;
         nanosleep(&moment, nullptr);
@@ -263,6 +266,7 @@ void endThread(TracedThread &thread) {
     const KeepErrno keep;
     if (outputProcess() != getpid() || outputIsClosed() || config()->format != Format::Chrome)
         return;
+    s_ending.store(true, std::memory_order_relaxed);
     const Quiet quiet;
     if (const Output output(quiet); output)
         for (TracedThread *thread = firstThread(); thread; thread = thread->next)
@@ -284,7 +288,7 @@ void writeChrome(const HvdTraceEvent &event, std::uintptr_t stack, const Quiet &
     const Output output(quiet);
     if (!output)
         return;
-    TracedThread *thread = currentThread();
+    TracedThread *thread = s_ending.load(std::memory_order_relaxed) ? nullptr : currentThread();
     if (!thread || !takeOver(*thread))
         return;
     try {

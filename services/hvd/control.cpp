@@ -50,20 +50,41 @@ bool noteUnit(TRC1_EPB *record) {
     return unit != nullptr;
 }
 
-// Sequentially consistent stores, because two threads may sync one record with different levels: the
-// one with the former levels then either stored first or sees, reading again, that they have changed.
-std::uint32_t makeCurrent(TRC1_EPB &record) {
-    for (;;) {
-        const std::uint32_t sequence = record.unitSequence->load(std::memory_order_seq_cst);
-        const LevelText *levels = currentLevels();
-        if (!levels)
-            return record.level.load(std::memory_order_relaxed);
-        const std::uint32_t level = levelsFor(levels->text(), record);
-        record.level.store(level, std::memory_order_seq_cst);
-        record.sequence.store(sequence, std::memory_order_seq_cst);
-        if (currentLevels() == levels)
-            return level;
+/// One thread at a time writes a record, so that none with former levels comes after one with later
+/// ones. Who finds it taken leaves the record as it is, and asks again at the next use; so does every
+/// thread of a child that was forked from under the writer.
+class RecordWriter {
+public:
+    explicit RecordWriter(TRC1_EPB &record) : m_taken(record.reserved[0]) {
+        std::uint32_t none = 0;
+        m_mine = m_taken.compare_exchange_strong(none, 1, std::memory_order_acquire);
     }
+    ~RecordWriter() {
+        if (m_mine)
+            m_taken.store(0, std::memory_order_release);
+    }
+    RecordWriter(const RecordWriter &) = delete;
+    RecordWriter &operator=(const RecordWriter &) = delete;
+
+    explicit operator bool() const { return m_mine; }
+
+private:
+    const std::atomic_ref<std::uint32_t> m_taken;
+    bool m_mine;
+};
+
+std::uint32_t sync(TRC1_EPB &record) {
+    // A file that can't be noted would miss the next change, so its records stay out of date.
+    const bool noted = noteUnit(&record);
+    const RecordWriter writer(record);
+    const std::uint32_t sequence = record.unitSequence->load(std::memory_order_acquire);
+    const LevelText *levels = currentLevels();
+    const std::uint32_t level = levels ? levelsFor(levels->text(), record) : 0;
+    if (levels && noted && writer) {
+        record.level.store(level, std::memory_order_relaxed);
+        record.sequence.store(sequence, std::memory_order_release);
+    }
+    return level;
 }
 
 /// One loaded object, while the loader can't unload it.
@@ -98,7 +119,7 @@ int advanceWords(dl_phdr_info *info, std::size_t, void *) {
     const LoadedObject object(*info);
     for (Unit *unit = s_units.head(); unit; unit = unit->next)
         if (object.stillHas(*unit))
-            unit->word->fetch_add(1, std::memory_order_seq_cst);
+            unit->word->fetch_add(1, std::memory_order_release);
     return 0;
 }
 
@@ -108,11 +129,7 @@ int advanceWords(dl_phdr_info *info, std::size_t, void *) {
 
 TOV_EXPORT std::uint32_t TRC1_Sync(TRC1_EPB *record) {
     const hvd::KeepErrno keep;
-    if (hvd::noteUnit(record))
-        return hvd::makeCurrent(*record);
-    // A file that can't be noted would miss the next change, so its records stay out of date.
-    const hvd::LevelText *levels = hvd::currentLevels();
-    return levels ? hvd::levelsFor(levels->text(), *record) : 0;
+    return hvd::sync(*record);
 }
 
 TOV_EXPORT bool hvdTraceSetLevels(const char *levels) {

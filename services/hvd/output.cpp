@@ -119,7 +119,8 @@ Beginning beginningOf(int descriptor, const struct stat &status) {
 }
 
 bool beginChrome(int descriptor, const struct stat &status, const Quiet &quiet) {
-    const Beginning beginning = beginningOf(descriptor, status);
+    const bool owned = config()->target == Target::File;
+    const Beginning beginning = owned ? beginningOf(descriptor, status) : Beginning::New;
     if (beginning == Beginning::Foreign) {
         reportOnce("can't continue", targetName(), "it holds something else than complete events");
         return false;
@@ -366,8 +367,8 @@ void closeOutput(const Quiet &quiet) noexcept {
 
 void outputForked() noexcept {
     const KeepErrno keep;
-    s_forked = true;
     const int current = s_current.load(std::memory_order_relaxed);
+    s_forked = s_forked || current != Unopened;
     const bool shared = current >= 0 && config()->format == Format::Text;
     for (OutputFile &file : s_files) {
         const bool stays = shared && indexOf(file) == current;

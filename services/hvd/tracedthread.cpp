@@ -138,13 +138,12 @@ void threadsForked() noexcept {
         return;
     auto *own = static_cast<TracedThread *>(pthread_getspecific(s_key));
     for (TracedThread *thread = firstThread(); thread; thread = thread->next) {
-        thread->busy.store(thread != own, std::memory_order_relaxed);
+        thread->id.store(thread == own ? gettid() : 0, std::memory_order_relaxed);
         for (auto &count : thread->open)
             count.store(0, std::memory_order_relaxed);
     }
     if (!own)
         return;
-    own->id.store(gettid(), std::memory_order_relaxed);
     own->fileSerial = 0;
     for (PendingText &text : own->pending) // the parent writes them
         text.record = nullptr;

@@ -39,9 +39,9 @@ struct TracedThread {
 
     TracedThread *next = nullptr;
     std::atomic<bool> taken{true};
-    /// Set while the thread is inside an event, and by the end of the process for ever.
+    /// Set while the thread is inside an event; by the end of the process for ever.
     std::atomic<bool> busy{false};
-    std::atomic<pid_t> id{0};
+    std::atomic<pid_t> id{0}; ///< 0 in a forked child, which doesn't have the thread
     /// Begin events without an end event, in the file of each slot.
     std::array<std::atomic<std::uint32_t>, fileSlots> open{};
 

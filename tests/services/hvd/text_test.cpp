@@ -1,0 +1,469 @@
+// The readable form, and that the output disturbs nobody, whatever becomes of it.
+#include "traceprobe.h"
+
+#include <barrier>
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using namespace hvdtest;
+
+namespace {
+
+constinit TRC1_EPB s_record = makeRecord("Tov::f");
+
+std::size_t count(const std::string &text, std::string_view part) {
+    std::size_t found = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++found;
+    return found;
+}
+
+// What stands behind time and thread.
+std::vector<std::string> rests(const std::string &trace) {
+    constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd.ddddddZ d";
+    std::vector<std::string> result;
+    for (const std::string &line : linesOf(trace)) {
+        bool good = line.size() > form.size();
+        for (std::size_t at = 0; good && at < form.size(); ++at)
+            good =
+                form[at] == 'd' ? std::isdigit(static_cast<unsigned char>(line[at])) : line[at] == form[at];
+        const std::size_t rest = line.find_first_not_of("0123456789", form.size());
+        good = good && rest != std::string::npos && line[rest] == ' ';
+        EXPECT_TRUE(good) << line;
+        result.push_back(good ? line.substr(rest + 1) : line);
+    }
+    return result;
+}
+
+TEST_F(TraceProbe, EachEventIsALineOfTimeThreadFunctionLineAndText) {
+    const Outcome outcome = run({{"HVD_TRACE", "*=all"}}, [] {
+        TRC1_Sync(&s_record);
+        TRC1_Event(&s_record, 184, TRC1_ENTER);
+        TRC1_Printf(&s_record, 184, "%s", "Args - path(/tmp/x) %d");
+        TRC1_Printf(&s_record, 185, "+ %s", "more");
+        TRC1_Printf(&s_record, 186, " + %s - ptr(NULL), size(%d)", "none", 7);
+        TRC1_Printf(&s_record, 187, "%s", "a\nb\tc\rd\\e\x1b\x7f\xc2\x9b\xc3\xa9");
+        TRC1_Dump(&s_record, 188, "0123456789ABCDEF\n\xff", 18, "%s", "data");
+        TRC1_Event(&s_record, 215, TRC1_LEAVE);
+    });
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ((std::vector<std::string>{
+                  "Tov::f 184 Entry",
+                  "Tov::f 184 Args - path(/tmp/x) %d",
+                  "Tov::f 185 + more",
+                  "Tov::f 186  + none - ptr(NULL), size(7)",
+                  R"(Tov::f 187 a\nb\tc\rd\\e\x1b\x7f\xc2\x9bé)",
+                  "Tov::f 188 data",
+                  "Tov::f 188 00000000: 30313233 34353637 38394142 43444546  0123456789ABCDEF",
+                  "Tov::f 188 00000010: 0aff                                 ..",
+                  "Tov::f 215 Exit",
+              }),
+              rests(outcome.err));
+}
+
+TEST_F(TraceProbe, LongTextsGoOnInFurtherLinesAndLoseNothing) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += static_cast<char>('a' + i % 26);
+    for (const char *target : {"stderr", "file"}) {
+        SCOPED_TRACE(target);
+        const std::string file = target == std::string("file") ? path("trace").string() : target;
+        const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", file}}, [&] {
+            TRC1_Sync(&s_record);
+            TRC1_Printf(&s_record, 1, "%s", text.c_str());
+            TRC1_Printf(&s_record, 2, "+ %s", text.c_str());
+        });
+        EXPECT_EQ(0, outcome.status);
+        std::string joined;
+        for (const std::string &rest : rests(outcome.err + contents(path("trace"))))
+            joined += rest.starts_with("Tov::f 1 + ") ? rest.substr(11) : rest;
+        EXPECT_EQ("Tov::f 1 " + text, joined.substr(0, 9 + text.size()));
+        EXPECT_EQ(text.size(), count(joined.substr(9 + text.size()), "a") * 26 + text.size() % 26 - 26)
+            << "as many letters in the second text";
+        std::filesystem::remove(path("err"));
+    }
+}
+
+constexpr int threadCount = 8;
+constexpr int rounds = 300;
+constexpr int rows = 188; // of 3000 bytes
+
+std::string ownText(int thread) {
+    return std::string(static_cast<std::size_t>(50 + 300 * thread), static_cast<char>('A' + thread));
+}
+
+void traceInThreads() {
+    const std::string memory(3000, 'm');
+    std::barrier start(threadCount);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t)
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            levelOf(s_record);
+            const std::string text = ownText(t);
+            for (int i = 0; i < rounds; ++i) {
+                TRC1_Printf(&s_record, static_cast<std::uint32_t>(t), "%s", text.c_str());
+                TRC1_Dump(&s_record, static_cast<std::uint32_t>(t), memory.data(), 3000, "%s", "dump");
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+// Runs `body` with a pipe as standard output, and stores what comes through it.
+void throughPipe(const std::filesystem::path &file, void (*body)()) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    ASSERT_EQ(STDOUT_FILENO, dup2(ends[1], STDOUT_FILENO));
+    close(ends[1]);
+    std::thread reader([&] {
+        std::ofstream trace(file);
+        char bytes[10000];
+        for (ssize_t size; (size = read(ends[0], bytes, sizeof bytes)) > 0;)
+            trace.write(bytes, size);
+    });
+    body();
+    close(STDOUT_FILENO);
+    reader.join();
+}
+
+void expectWholeLines(const std::string &trace, bool dumpsTogether) {
+    std::map<std::string, int> lines;
+    char owner = 0;
+    int missing = 0;
+    for (const std::string &rest : rests(trace)) {
+        ASSERT_TRUE(rest.starts_with("Tov::f ") && rest.size() > 9 && rest[7] >= '0' && rest[7] <= '7')
+            << rest;
+        ASSERT_TRUE(!dumpsTogether || missing <= 0 || owner == rest[7]) << "inside a dump: " << rest;
+        owner = rest[7];
+        const std::string_view text = std::string_view(rest).substr(9);
+        missing = text == "dump" ? rows : missing - 1;
+        const char *kind = text == ownText(owner - '0') ? " text"
+                           : text == "dump"             ? " dump"
+                           : text.ends_with("mmmmmmmm") ? " row"
+                                                        : " torn";
+        ++lines[owner + std::string(kind)];
+    }
+    for (char t = '0'; t < '0' + threadCount; ++t) {
+        EXPECT_EQ(rounds, lines[t + std::string(" text")]);
+        EXPECT_EQ(rounds, lines[t + std::string(" dump")]);
+        EXPECT_EQ(rounds * rows, lines[t + std::string(" row")]);
+    }
+    EXPECT_EQ(3u * threadCount, lines.size());
+}
+
+// In a file the lines of one dump stand together, too.
+TEST_F(TraceProbe, ThreadsNeverTearEachOthersLines) {
+    EXPECT_EQ(0, run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("file")}}, traceInThreads).status);
+    expectWholeLines(contents(path("file")), true);
+    EXPECT_EQ(0, run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", "stdout"}}, [&] {
+                     throughPipe(path("pipe"), traceInThreads);
+                 }).status);
+    expectWholeLines(contents(path("pipe")), false);
+}
+
+// Targets ------------------------------------------------------------------------------------------------
+
+void traceABit() {
+    for (int i = 0; i < 3; ++i) {
+        Call call(s_record);
+        errno = 77;
+        TRC1_Printf(&s_record, 11, "%s", "text");
+        EXPECT_EQ(77, errno);
+        TRC1_Dump(&s_record, 12, "memory", 6, "+ %s", "");
+        EXPECT_EQ(77, errno);
+        call.leave();
+        EXPECT_EQ(77, errno);
+    }
+}
+
+TEST_F(TraceProbe, FaultsOfTheOutputAreReportedOnceAndDisturbNobody) {
+    std::filesystem::create_directory(path("folder"));
+    std::filesystem::create_symlink("target", path("link"));
+    std::ofstream(path("file")) << "text of someone else";
+    const struct {
+        const char *why;
+        std::string file;
+        std::function<void()> before;
+        const char *report;
+    } rows[] = {
+        {"full disk", "/dev/full", [] {}, "No space left on device"},
+        {"no such folder", path("none/trace"), [] {}, "No such file or directory"},
+        {"a folder", path("folder"), [] {}, "Is a directory"},
+        {"a symbolic link", path("link"), [] {}, "Too many levels of symbolic links"},
+        {"a file in place of a folder", path("file/trace"), [] {}, "Not a directory"},
+        {"the process may not write so large a file", path("small"),
+         [] {
+             const rlimit none{100, 100};
+             setrlimit(RLIMIT_FSIZE, &none);
+         },
+         "File too large"},
+        {"closed standard output", "stdout", [] { close(STDOUT_FILENO); }, "Bad file descriptor"},
+    };
+    for (const auto &row : rows)
+        for (const char *format : {"text", "chrome"}) {
+            SCOPED_TRACE(std::string(row.why) + ", " + format);
+            const Outcome outcome = run(
+                {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", row.file}, {"HVD_TRACE_FORMAT", format}}, [&] {
+                    row.before();
+                    traceABit();
+                });
+            EXPECT_EQ(0, outcome.status);
+            EXPECT_EQ(1u, count(outcome.err, row.report)) << outcome.err;
+            EXPECT_EQ(1u, linesOf(outcome.err).size()) << outcome.err;
+            std::filesystem::remove(path("err"));
+            std::filesystem::remove(path("small"));
+        }
+    EXPECT_FALSE(std::filesystem::exists(path("target")));
+}
+
+TEST_F(TraceProbe, ABrokenPipeEndsNobody) {
+    const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", "stdout"}}, [] {
+        int ends[2];
+        ASSERT_EQ(0, pipe(ends));
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        traceABit();
+        sigset_t waiting;
+        sigpending(&waiting);
+        EXPECT_EQ(0, sigismember(&waiting, SIGPIPE));
+    });
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(1u, count(outcome.err, "Broken pipe")) << outcome.err;
+}
+
+TEST_F(TraceProbe, ABrokenPipeLeavesTheProgramsOwnPendingSignal) {
+    EXPECT_EQ(0, run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", "stdout"}}, [] {
+                     sigset_t one;
+                     sigemptyset(&one);
+                     sigaddset(&one, SIGPIPE);
+                     pthread_sigmask(SIG_BLOCK, &one, nullptr);
+                     raise(SIGPIPE);
+                     int ends[2];
+                     ASSERT_EQ(0, pipe(ends));
+                     dup2(ends[1], STDOUT_FILENO);
+                     close(ends[0]);
+                     close(ends[1]);
+                     traceABit();
+                     sigpending(&one);
+                     EXPECT_EQ(1, sigismember(&one, SIGPIPE));
+                 }).status);
+}
+
+// A program that closes all descriptors and opens its own gets the same numbers.
+TEST_F(TraceProbe, NeverWritesIntoWhatTheProgramOpensInItsPlace) {
+    for (const char *format : {"text", "chrome"})
+        for (const std::string &file :
+             {path("trace").string(), std::string("stderr"), std::string("stdout")}) {
+            SCOPED_TRACE(file + ", " + format);
+            const Outcome outcome =
+                run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", file}, {"HVD_TRACE_FORMAT", format}}, [&] {
+                    traceABit();
+                    for (int descriptor = 1; descriptor < 100; ++descriptor)
+                        close(descriptor);
+                    for (int descriptor = 1; descriptor < 100; ++descriptor)
+                        open(path("precious").c_str(), O_RDWR | O_CREAT, 0600);
+                    traceABit();
+                });
+            EXPECT_EQ(0, outcome.status);
+            const std::string precious = contents(path("precious"));
+            EXPECT_EQ(std::string::npos, precious.find("text")) << precious;
+            for (const char *left : {"precious", "out", "err", "trace"})
+                std::filesystem::remove(path(left));
+        }
+}
+
+TEST_F(TraceProbe, AFileNeverBecomesAStandardStream) {
+    EXPECT_EQ(0, run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}}, [] {
+                     for (int descriptor : {0, 1, 2})
+                         close(descriptor);
+                     traceABit();
+                     for (int descriptor : {0, 1, 2})
+                         EXPECT_EQ(-1, fcntl(descriptor, F_GETFD));
+                 }).status);
+    EXPECT_EQ(15u, rests(contents(path("trace"))).size());
+}
+
+// How many descriptors of this process are open on the file and stay open in a program that it starts.
+std::pair<int, int> descriptorsOf(const std::filesystem::path &file) {
+    int open = 0;
+    int inherited = 0;
+    struct stat wanted, status;
+    EXPECT_EQ(0, stat(file.c_str(), &wanted));
+    for (int descriptor = 0; descriptor < 100; ++descriptor)
+        if (fstat(descriptor, &status) == 0 && status.st_ino == wanted.st_ino) {
+            ++open;
+            inherited += (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
+        }
+    return {open, inherited};
+}
+
+TEST_F(TraceProbe, AFileIsAppendedToAndItsOwnersAlone) {
+    for (int runs = 0; runs < 2; ++runs) {
+        const Outcome outcome = run({{"HVD_TRACE", "*=flow"}, {"HVD_TRACE_FILE", "trace"}}, [&] {
+            umask(0);
+            std::filesystem::current_path(path("."));
+            levelOf(s_record);
+            std::filesystem::current_path("/");
+            Call(s_record).leave();
+            EXPECT_EQ(std::pair(1, 0), descriptorsOf(path("trace")));
+        });
+        EXPECT_EQ(0, outcome.status);
+    }
+    EXPECT_EQ(4u, rests(contents(path("trace"))).size());
+    struct stat status;
+    ASSERT_EQ(0, stat(path("trace").c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777);
+}
+
+// The size is made up: the file has a hole. Several threads and processes notice at once.
+TEST_F(TraceProbe, AFullFileIsRenamedOnceAndBegunAnew) {
+    std::ofstream(path("trace")) << "former\n";
+    std::filesystem::resize_file(path("trace"), (std::uintmax_t{64} << 20) - 100);
+    const auto inode = [](const std::filesystem::path &file) {
+        struct stat status;
+        return stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
+    };
+    const ino_t former = inode(path("trace"));
+    const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}}, [] {
+        levelOf(s_record);
+        std::vector<pid_t> children;
+        for (int c = 0; c < 4; ++c)
+            if (const pid_t child = fork(); child != 0)
+                children.push_back(child);
+            else {
+                std::vector<std::thread> threads;
+                for (int t = 0; t < 4; ++t)
+                    threads.emplace_back([] {
+                        for (int i = 0; i < 100; ++i)
+                            TRC1_Printf(&s_record, 1, "%s", "text");
+                    });
+                for (std::thread &thread : threads)
+                    thread.join();
+                _exit(0);
+            }
+        for (pid_t child : children)
+            EXPECT_EQ(0, statusOf(child));
+    });
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(former, inode(path("trace.1")));
+    EXPECT_FALSE(std::filesystem::exists(path("trace.1.1")));
+    const std::string full = contents(path("trace.1"));
+    EXPECT_EQ(1600u, count(full, " text\n") + count(contents(path("trace")), " text\n"));
+    EXPECT_LT(full.size(), (std::size_t{64} << 20) + 100000);
+}
+
+TEST_F(TraceProbe, AnUnknownFormatIsReportedAndTextIsWritten) {
+    const Outcome outcome = run({{"HVD_TRACE", "*=flow"}, {"HVD_TRACE_FORMAT", "xml"}}, [] {
+        Call(s_record).leave();
+        Call(s_record).leave();
+    });
+    EXPECT_EQ(1u, count(outcome.err, "HVD_TRACE_FORMAT: unknown format \"xml\""));
+    EXPECT_EQ(5u, linesOf(outcome.err).size());
+}
+
+// Any time, any thread -------------------------------------------------------------------------------------
+
+struct Late {
+    ~Late() { TRC1_Printf(&s_record, line, "%s", "late"); }
+    std::uint32_t line;
+};
+
+TEST_F(TraceProbe, DestructorsOfThreadsAndStaticsMayTrace) {
+    for (const char *format : {"text", "chrome"}) {
+        SCOPED_TRACE(format);
+        const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FORMAT", format}}, [] {
+            levelOf(s_record);
+            static Late s_late{4711};
+            std::thread([] {
+                thread_local Late late{4712};
+                late.line = 4712;
+            }).join();
+            pthread_key_t key;
+            pthread_key_create(&key, [](void *) { TRC1_Printf(&s_record, 4713, "%s", "late"); });
+            std::thread([key] {
+                TRC1_Printf(&s_record, 1, "%s", "early");
+                pthread_setspecific(key, &s_record);
+            }).join();
+        });
+        EXPECT_EQ(0, outcome.status);
+        for (const char *line : {"4711", "4712", "4713"})
+            EXPECT_EQ(1u, count(outcome.err, line)) << outcome.err;
+        std::filesystem::remove(path("err"));
+    }
+}
+
+TEST_F(TraceProbe, CancellationAndSignalHandlersWaitForTheEndOfAnEvent) {
+    for (const char *format : {"text", "chrome"}) {
+        SCOPED_TRACE(format);
+        const Outcome outcome = run(
+            {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}, {"HVD_TRACE_FORMAT", format}}, [] {
+                levelOf(s_record);
+                struct sigaction action {};
+                action.sa_handler = [](int) { TRC1_Printf(&s_record, 2, "%s", "handler"); };
+                sigaction(SIGUSR1, &action, nullptr);
+                std::thread busy([] {
+                    for (int i = 0; i < 2000; ++i)
+                        TRC1_Printf(&s_record, 1, "%s", "thread");
+                });
+                std::thread cancelled([] {
+                    for (;;)
+                        TRC1_Printf(&s_record, 3, "%s", "cancelled"), pthread_testcancel();
+                });
+                for (int i = 0; i < 200; ++i)
+                    pthread_kill(busy.native_handle(), SIGUSR1);
+                pthread_cancel(cancelled.native_handle());
+                busy.join();
+                cancelled.join();
+            });
+        EXPECT_EQ(0, outcome.status);
+        EXPECT_EQ(2000u, count(contents(path("trace")), "thread"));
+        EXPECT_LE(1u, count(contents(path("trace")), "handler"));
+        std::filesystem::remove(path("trace"));
+    }
+}
+
+// The sink ------------------------------------------------------------------------------------------------
+
+struct Seen {
+    static void take(void *context, const HvdTraceEvent &event) {
+        static_cast<Seen *>(context)->events.push_back(
+            std::to_string(event.kind) + " " + std::to_string(event.line) + " " +
+            (event.format ? event.format : "-") + " " + (event.text ? event.text : "-") + " " +
+            std::string(static_cast<const char *>(event.address), event.size));
+        errno = 5;
+    }
+    std::vector<std::string> events;
+};
+
+TEST_F(TraceProbe, ASinkGetsEveryEventInPlaceOfTheOutput) {
+    const Outcome outcome = run({{"HVD_TRACE", "*=all"}}, [] {
+        Seen first, second;
+        const std::string longText(2000, 'x');
+        levelOf(s_record);
+        hvdTraceSetSink(Seen::take, &first);
+        errno = 77;
+        TRC1_Event(&s_record, 1, TRC1_ENTER);
+        TRC1_Printf(&s_record, 2, "%s", "%d");
+        TRC1_Printf(&s_record, 3, "%s - ptr(NULL), size(%d)", "t", -1);
+        hvdTraceSetSink(Seen::take, &second);
+        TRC1_Printf(&s_record, 4, "+ %s", longText.c_str());
+        TRC1_Dump(&s_record, 5, "abc", 3, "+ %s", "t");
+        TRC1_Event(&s_record, 6, TRC1_LEAVE);
+        EXPECT_EQ(77, errno);
+        hvdTraceSetSink(nullptr, nullptr);
+        EXPECT_EQ((std::vector<std::string>{"0 1 - - ", "2 2 %s %d ",
+                                            "2 3 %s - ptr(NULL), size(%d) t - ptr(NULL), size(-1) "}),
+                  first.events);
+        EXPECT_EQ((std::vector<std::string>{"2 4 + %s + " + longText + " ", "3 5 + %s + t abc", "1 6 - - "}),
+                  second.events);
+    });
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ("", outcome.err);
+}
+
+} // namespace
