@@ -28,8 +28,9 @@ enum : std::int32_t {
 
 extern "C" {
 
-/// The process's locale, as LC_ALL, LC_CTYPE or LANG name it at the first call. Shared: nobody
-/// releases it. Never null.
+/// The process's locale, as LC_ALL, LC_CTYPE or LANG name it at the first call, the first that is set and
+/// not empty. UTF-8 where the name has no code set, or one that is unknown, and for "C" and "POSIX".
+/// Shared: nobody releases it. Never null.
 CXLocale *LNG1_PrivateFunction_GetProcessLocale(void);
 
 /// A locale for a code page id, in the process's language; may be the process's own. Null on

@@ -16,8 +16,8 @@ namespace {
 // Tables of two-byte pages take a millisecond or two to make, which short work does not repay.
 constexpr std::size_t c_worthTables = std::size_t{32} << 10;
 
-// ICU's share of a text begins with so many elements and doubles while the tables do not help.
-constexpr std::size_t c_firstWindow = 32;
+// ICU's share of a text begins with so many elements, and doubles while the tables do not get as far.
+constexpr std::size_t c_firstWindow = 8;
 
 const ToUnitsTable *tableOf(const CodePage &page, ToUnits) {
     return page.toUnits.load(std::memory_order_acquire);
@@ -90,7 +90,7 @@ Stretch Conversion<Direction>::run() {
         const std::size_t before = m_at.consumed;
         if (end != End::Source || runFlat())
             return {m_at, end};
-        window = m_at.consumed - before < window ? window * 2 : c_firstWindow;
+        window = m_at.consumed - before < c_firstWindow ? window * 2 : c_firstWindow;
     }
 }
 
