@@ -484,6 +484,25 @@ TEST_P(KernelAgainstScalar, WithATargetTooSmallByEveryAmount) {
     }
 }
 
+// A kernel may have written where the pair would stand that does not fit.
+TEST_P(KernelAgainstScalar, WithATargetThatEndsWithinAPair) {
+    for (std::size_t ascii = 0; ascii <= 40; ++ascii) {
+        Bytes utf8(ascii, 'x');
+        Units utf16(ascii, u'x');
+        for (int i = 0; i < 40; ++i) {
+            utf8 += bytes("\xF0\x9F\x98\x80");
+            utf16 += units({0xD83D, 0xDE00});
+        }
+        for (std::size_t room = ascii; room <= ascii + 40; ++room) {
+            SCOPED_TRACE(testing::Message() << "behind " << ascii << ", room " << room);
+            compare8To16(utf8, room);
+            compare16To8(utf16, room);
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
 TEST_P(KernelAgainstScalar, WithAnOddFormAtEveryPlace) {
     const Bytes odd[] = {bytes("\x80"),         bytes("\xC3"),     bytes("\xC0\x41"),
                          bytes("\xE2\x41\xAC"), bytes("\xE2\x82"), bytes("\xF0\x8F\xBF\xBF"),
