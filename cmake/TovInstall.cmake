@@ -5,6 +5,7 @@ include(CMakePackageConfigHelpers)
 set(tov_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tovutil)
 file(RELATIVE_PATH tov_lib_from_bin /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 file(RELATIVE_PATH TOV_PREFIX_FROM_PKGCONFIG /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" TOV_PREFIX_FROM_PKGCONFIG ${TOV_PREFIX_FROM_PKGCONFIG})
 
 # Relative in the build tree as well, so that no path of the build machine gets into the libraries.
 set_target_properties(tovutil hvd zpt PROPERTIES BUILD_RPATH_USE_ORIGIN ON INSTALL_RPATH $ORIGIN)
