@@ -134,10 +134,10 @@ struct TOV_EXPORT TovFastHeapHeader {
 
 class TOV_EXPORT TovFastHeap final : public TovUtRefBase {
 public:
-    static constexpr std::size_t c_defaultSize = 16000;
-
-    /// The largest object that comes from the heap itself: 504, or 508 with 32-bit pointers.
-    static constexpr std::size_t c_maxSmall = TovFastHeapHeader::c_maxAllocSize - sizeof(void *);
+    enum : std::size_t {
+        c_defaultSize = 16000,
+        c_maxSmall = TovFastHeapHeader::c_maxAllocSize - sizeof(void *), ///< the largest object of the heap itself
+    };
 
     /// Makes a heap whose arena has blocks of `size` bytes; 0 means 16000.
     [[nodiscard]] static TovUtRef<TovFastHeap> create(std::size_t size);

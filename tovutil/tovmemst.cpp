@@ -13,6 +13,10 @@ std::uint32_t checkedSize(std::size_t size) {
     return static_cast<std::uint32_t>(size);
 }
 
+std::uint32_t sizeOrDefault(std::size_t size) {
+    return size != 0 ? checkedSize(size) : std::uint32_t{TovMemStack::c_defaultBlockSize};
+}
+
 TovMemStackBlock *makeBlock(std::uint32_t dataSize, TovMemStackBlock *next) {
     void *storage = ::operator new(sizeof(TovMemStackBlock) + dataSize);
     return ::new (storage) TovMemStackBlock(dataSize, next);
@@ -25,9 +29,9 @@ void freeBlock(TovMemStackBlock *block) {
 
 } // namespace
 
-// A definition of its own: as an inline variable it would be unique in the process, and keep every library
-// that holds a copy from being unloaded.
-constexpr std::uint32_t TovMemStack::ms_shift[8][8] = {
+// Not constexpr: that would make it an inline variable, which the loader keeps unique in the process, and a library
+// that defines such a variable is never unloaded.
+constinit const std::uint32_t TovMemStack::ms_shift[8][8] = {
     {0, 7, 6, 5, 4, 3, 2, 1}, {}, {0, 1, 0, 1, 0, 1, 0, 1}, {},
     {0, 3, 2, 1, 0, 3, 2, 1}, {}, {0, 1, 0, 1, 0, 1, 0, 1}, {}};
 
@@ -48,7 +52,7 @@ TovMemStackBlock::~TovMemStackBlock() {
 
 TovMemStack *TovMemStack::create(std::size_t size) {
     const std::uint32_t dataSize =
-        std::max<std::uint32_t>(checkedSize(size != 0 ? size : c_defaultBlockSize), c_minFirstSize);
+        std::max<std::uint32_t>(sizeOrDefault(size), c_minFirstSize);
     TovMemStackBlock *block = makeBlock(dataSize, nullptr);
     char *storage = block->m_current;
     tovdetail::unpoison(storage, sizeof(TovMemStack));
@@ -68,7 +72,7 @@ void TovMemStack::destroy() {
 }
 
 TovMemStack::TovMemStack(std::size_t size)
-    : m_blockSize(size != 0 ? checkedSize(size) : c_defaultBlockSize), m_head(nullptr) {}
+    : m_blockSize(sizeOrDefault(size)), m_head(nullptr) {}
 
 TovMemStack::TovMemStack(std::size_t size, TovMemStackBlock *block)
     : m_blockSize(checkedSize(size)), m_head(block) {}
