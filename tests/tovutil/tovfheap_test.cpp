@@ -170,7 +170,7 @@ TEST(FastHeapAllocate, RefusesSizesThatWouldWrap) {
 
 TEST(FastHeapGlobal, NeedsNoHeap) {
     const long before = liveAllocations();
-    for (std::size_t size : {0, 1, 8, 504, 70000}) {
+    for (std::size_t size : {0U, 1U, 8U, 504U, 70000U}) {
         void *object = TovFastHeap::globalAllocate(size);
         EXPECT_EQ(nullptr, prefix(object));
         EXPECT_EQ(c_wide || size % 8 == 0 ? 0U : 4U, address(object) % 8);
@@ -268,10 +268,13 @@ public:
     void run(int steps) {
         for (int i = 0; i < steps && !testing::Test::HasFatalFailure(); ++i)
             step();
-        m_heaps.clear();
+        std::vector<Heap>().swap(m_heaps);
         while (!m_objects.empty())
             free(m_objects.size() - 1);
-        EXPECT_EQ(m_before, liveAllocations());
+        std::vector<Object>().swap(m_objects);
+        m_waiting.clear();
+        m_live.clear();
+        EXPECT_EQ(m_before, liveAllocations()) << "heaps with all their blocks, and large objects";
     }
 
 private:
@@ -498,7 +501,7 @@ TEST(FastHeapOff, IsPlainOperatorNewOnOneHeapThatNeverEnds) {
         setenv("TOV_FAST_HEAP", "off", 1);
         HeapRef heap = TovFastHeap::create(123);
         const long before = liveAllocations();
-        for (std::size_t size : {0, 1, 504, 5000})
+        for (std::size_t size : {0U, 1U, 504U, 5000U})
             for (void *object : {heap->allocate(size), TovFastHeap::globalAllocate(size)}) {
                 EXPECT_EQ(0U, address(object) % 16) << "as operator new gives it";
                 EXPECT_EQ(1, heap->count());
@@ -539,19 +542,18 @@ TEST(FastHeapOff, LetsThreadsHaveHeapsOfTheirOwnAsTheyThink) {
 // Allocations that fail -----------------------------------------------------------------------------
 
 TEST(OutOfMemory, FastHeapCreate) {
-    const long before = liveAllocations();
-    for (std::size_t size : {0, 1}) // 1: the heap object needs a block of its own
-        failEachAllocation<std::bad_alloc>([] { return 0; }, [&](int) { (void)TovFastHeap::create(size); },
-                                           [&](int) { EXPECT_EQ(before, liveAllocations()); });
-    EXPECT_EQ(before, liveAllocations());
+    for (std::size_t size : {0U, 1U}) // 1: the heap object needs a block of its own
+        failEachAllocation<std::bad_alloc>(
+            liveAllocations, [&](long) { (void)TovFastHeap::create(size); },
+            [](long before) { EXPECT_EQ(before, liveAllocations()); });
 }
 
 TEST(OutOfMemory, FastHeapAllocateSmall) {
     const long before = liveAllocations();
-    for (std::size_t blockSize : {1, 100, 1000})
+    for (std::size_t blockSize : {1U, 100U, 1000U})
         failEachAllocation<std::bad_alloc>([&] { return TovFastHeap::create(blockSize); },
                                            [](HeapRef &heap) {
-                                               for (std::size_t size : {10, 300, 500})
+                                               for (std::size_t size : {10U, 300U, 500U})
                                                    TovFastHeap::deallocate(heap->allocate(size));
                                            },
                                            [](HeapRef &heap) {
@@ -573,11 +575,9 @@ TEST(OutOfMemory, FastHeapAllocateLarge) {
 }
 
 TEST(OutOfMemory, FastHeapGlobalAllocate) {
-    const long before = liveAllocations();
-    failEachAllocation<TovError>([] { return 0; },
-                                 [](int) { TovFastHeap::deallocate(TovFastHeap::globalAllocate(10)); },
-                                 [&](int) { EXPECT_EQ(before, liveAllocations()); });
-    EXPECT_EQ(before, liveAllocations());
+    failEachAllocation<TovError>(
+        liveAllocations, [](long) { TovFastHeap::deallocate(TovFastHeap::globalAllocate(10)); },
+        [](long before) { EXPECT_EQ(before, liveAllocations()); });
 }
 
 TEST(OutOfMemory, FastHeapGetEmptyRef) {
@@ -598,7 +598,7 @@ TEST(OutOfMemory, FastHeapGetEmptyRef) {
 
 TEST(FastHeapPoison, CatchesUseOfWhatIsNotTheCallers) {
     const HeapRef heap = TovFastHeap::create(0);
-    for (std::size_t size : {1, 10, 24, 190, 504}) {
+    for (std::size_t size : {1U, 10U, 24U, 190U, 504U}) {
         SCOPED_TRACE(size);
         auto *object = static_cast<volatile char *>(heap->allocate(size));
         object[size - 1] = 1;

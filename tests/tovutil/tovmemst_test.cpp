@@ -97,7 +97,7 @@ TEST(MemStackAllocate, ServesASizeOfZeroLikeAnyOther) {
 
 TEST(MemStackAllocate, NeverFillsABlockToItsLastByte) {
     for (std::size_t low = 0; low < 8; ++low)
-        for (std::size_t left : {0, 1}) {
+        for (std::size_t left : {0U, 1U}) {
             SCOPED_TRACE(std::to_string(left) + " left behind a piece at " + std::to_string(low));
             const StackPtr stack = makeStack(0);
             while (address(head(*stack)->m_current) % 8 != low)
@@ -226,7 +226,7 @@ TEST(MemStackLimits, RefusesWhatDoesNotFitABlock) {
         const StackPtr stack = makeStack(0);
         (void)stack->allocate(1, 1);
         const std::uint32_t avail = head(*stack)->m_avail;
-        for (std::size_t alignment : {0, 1})
+        for (std::size_t alignment : {0U, 1U})
             EXPECT_THROW((void)stack->allocate(size, alignment), std::bad_alloc);
         EXPECT_EQ(avail, head(*stack)->m_avail);
         EXPECT_EQ(1U, blockCount(*stack));
@@ -259,10 +259,9 @@ TEST(MemStackModel, PiecesKeepTheirContent) {
 }
 
 TEST(OutOfMemory, MemStackCreate) {
-    const long before = liveAllocations();
-    failEachAllocation<std::bad_alloc>([] { return 0; }, [](int) { makeStack(100); },
-                                       [&](int) { EXPECT_EQ(before, liveAllocations()); });
-    EXPECT_EQ(before, liveAllocations());
+    failEachAllocation<std::bad_alloc>(
+        liveAllocations, [](long) { makeStack(100); },
+        [](long before) { EXPECT_EQ(before, liveAllocations()); });
 }
 
 TEST(OutOfMemory, MemStackAllocate) {
