@@ -9,18 +9,18 @@
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#define TOV_ADDRESS_SANITIZER 1
+#define TOV_POISON_ASAN 1
 #endif
 #elif defined(__SANITIZE_ADDRESS__)
-#define TOV_ADDRESS_SANITIZER 1
+#define TOV_POISON_ASAN 1
 #endif
 
-#ifdef TOV_ADDRESS_SANITIZER
+#ifdef TOV_POISON_ASAN
 #include <sanitizer/asan_interface.h>
 #endif
 
 #if defined(TOV_HEAP_CHECKS) && __has_include(<valgrind/memcheck.h>)
-#define TOV_VALGRIND 1
+#define TOV_POISON_VALGRIND 1
 #include <valgrind/memcheck.h>
 #endif
 
@@ -34,7 +34,7 @@ inline constexpr bool c_heapChecks = false;
 #endif
 
 /// Whether the functions below do anything.
-#if defined(TOV_ADDRESS_SANITIZER) || defined(TOV_VALGRIND)
+#if defined(TOV_POISON_ASAN) || defined(TOV_POISON_VALGRIND)
 inline constexpr bool c_poisons = true;
 #else
 inline constexpr bool c_poisons = false;
@@ -42,30 +42,30 @@ inline constexpr bool c_poisons = false;
 
 /// Nobody may touch these bytes.
 inline void poison([[maybe_unused]] const void *address, [[maybe_unused]] std::size_t size) noexcept {
-#ifdef TOV_ADDRESS_SANITIZER
+#ifdef TOV_POISON_ASAN
     __asan_poison_memory_region(address, size);
 #endif
-#ifdef TOV_VALGRIND
+#ifdef TOV_POISON_VALGRIND
     VALGRIND_MAKE_MEM_NOACCESS(address, size);
 #endif
 }
 
 /// These bytes may be touched; their content is undefined.
 inline void unpoison([[maybe_unused]] const void *address, [[maybe_unused]] std::size_t size) noexcept {
-#ifdef TOV_ADDRESS_SANITIZER
+#ifdef TOV_POISON_ASAN
     __asan_unpoison_memory_region(address, size);
 #endif
-#ifdef TOV_VALGRIND
+#ifdef TOV_POISON_VALGRIND
     VALGRIND_MAKE_MEM_UNDEFINED(address, size);
 #endif
 }
 
 /// These bytes may be touched, and hold what was stored in them before they were poisoned.
 inline void reveal([[maybe_unused]] const void *address, [[maybe_unused]] std::size_t size) noexcept {
-#ifdef TOV_ADDRESS_SANITIZER
+#ifdef TOV_POISON_ASAN
     __asan_unpoison_memory_region(address, size);
 #endif
-#ifdef TOV_VALGRIND
+#ifdef TOV_POISON_VALGRIND
     VALGRIND_MAKE_MEM_DEFINED(address, size);
 #endif
 }

@@ -12,6 +12,7 @@
 
 namespace {
 
+using tovtest::below;
 using tovtest::failEachAllocation;
 using tovtest::liveAllocations;
 
@@ -239,7 +240,7 @@ TEST(MemStackLimits, RefusesWhatDoesNotFitABlock) {
 TEST(MemStackModel, PiecesKeepTheirContent) {
     auto random = tovtest::generator();
     for (int round = 0; round < 20; ++round) {
-        const StackPtr stack = makeStack(random() % 300);
+        const StackPtr stack = makeStack(below(random, 300));
         struct Piece {
             unsigned char *bytes;
             std::size_t size;
@@ -247,8 +248,8 @@ TEST(MemStackModel, PiecesKeepTheirContent) {
         };
         std::vector<Piece> pieces;
         for (int i = 0; i < 1000; ++i) {
-            const std::size_t size = random() % 8 == 0 ? random() % 1000 : random() % 40;
-            auto *bytes = static_cast<unsigned char *>(stack->allocate(size, random()));
+            const std::size_t size = below(random, 8) == 0 ? below(random, 1000) : below(random, 40);
+            auto *bytes = static_cast<unsigned char *>(stack->allocate(size, below(random, 100)));
             pieces.push_back({bytes, size, static_cast<unsigned char>(random())});
             std::memset(bytes, pieces.back().fill, size);
         }
