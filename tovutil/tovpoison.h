@@ -1,8 +1,9 @@
-// Internal: how arenas and heaps tell a memory checker which bytes of their blocks a caller may touch.
-//
-// The address sanitizer is told whenever the including file is compiled with it, and Valgrind in a build with
-// TOV_HEAP_CHECKS; in all other builds these functions are empty. Library and callers must be compiled alike,
-// because the fast paths are inline.
+/// How arenas and heaps tell a memory checker which bytes of their blocks a caller may touch. Not for
+/// callers; it is here because the fast paths of the arena and the heap are inline.
+///
+/// The address sanitizer is told whenever the including file is compiled with it, and Valgrind in a build
+/// with TOV_HEAP_CHECKS; in all other builds these functions are empty. Library and callers must be compiled
+/// alike.
 #pragma once
 
 #include <cstddef>
