@@ -20,7 +20,22 @@ namespace {
 constexpr unsigned c_batch = 1000;
 constexpr unsigned c_population = 10000;
 constexpr std::size_t c_mixed[] = {16, 24, 32, 48, 64, 96, 128, 192, 256, 384, 512};
-constexpr std::size_t c_anySize = 0;
+
+// What stands for one size in the names of groups: mixed sizes, and the same with 504 instead of 512, which
+// is the largest size that our heap does not pass on to malloc.
+constexpr std::size_t c_mix = 0;
+constexpr std::size_t c_mix504 = 1;
+
+bool isMix(std::size_t size) { return size == c_mix || size == c_mix504; }
+
+std::string sizeName(std::size_t size) {
+    return size == c_mix ? "mix" : size == c_mix504 ? "mix504" : std::to_string(size);
+}
+
+std::size_t oneOfMix(std::size_t mix, Lcg &lcg) {
+    const std::size_t size = c_mixed[lcg.below(std::size(c_mixed))];
+    return mix == c_mix504 ? std::min<std::size_t>(size, 504) : size;
+}
 
 // The sizes of a batch and the orders of freeing, the same for all peers.
 struct Plan {
@@ -32,7 +47,7 @@ Plan makePlan(std::size_t size) {
     Plan plan;
     Lcg lcg(5);
     for (unsigned i = 0; i < c_batch; ++i) {
-        plan.sizes.push_back(size != c_anySize ? size : c_mixed[lcg.below(std::size(c_mixed))]);
+        plan.sizes.push_back(isMix(size) ? oneOfMix(size, lcg) : size);
         plan.lifo.push_back(c_batch - 1 - i);
         plan.fifo.push_back(i);
     }
@@ -118,7 +133,7 @@ template <class Peer>
 void add(const std::string &peer, std::size_t size) {
     if (!Peer::usable())
         return;
-    const std::string name = (size != c_anySize ? std::to_string(size) : "mix") + "/" + peer;
+    const std::string name = sizeName(size) + "/" + peer;
     addPair<Peer>(name, size);
     addBatch<Peer>("lifo", &Plan::lifo, name, size);
     addBatch<Peer>("fifo", &Plan::fifo, name, size);
@@ -127,11 +142,13 @@ void add(const std::string &peer, std::size_t size) {
 }
 
 void addAll(std::size_t size) {
-    if (size != c_anySize)
-        add<OneList>("limit:free-list", size);
-    else
+    if (isMix(size))
         add<ListPerSize>("limit:free-list", size);
+    else
+        add<OneList>("limit:free-list", size);
     add<PrefixList>("model:prefix-list", size);
+    if (size == c_mix)
+        add<PrefixListOrMalloc>("model:prefix-list-or-malloc", size);
     add<Tovutil>("tovutil", size);
     add<Glibc>("glibc", size);
     add<Mimalloc>("mimalloc", size);
@@ -234,7 +251,7 @@ void registerReferences() {
 } // namespace
 
 void registerTopic() {
-    for (const std::size_t size : {std::size_t{16}, std::size_t{64}, std::size_t{512}, c_anySize})
+    for (const std::size_t size : {std::size_t{16}, std::size_t{64}, std::size_t{512}, c_mix, c_mix504})
         addAll(size);
 #ifdef TOV_BENCH_BOOST
     addBoost<16>();

@@ -210,4 +210,22 @@ struct PrefixList {
     Bump bump;
 };
 
+/// The same with objects of more than 504 bytes from malloc, as the contract has it.
+struct PrefixListOrMalloc : PrefixList {
+    void *get(std::size_t size) {
+        if (size <= 504)
+            return PrefixList::get(size);
+        auto **word = static_cast<Class **>(std::malloc(size + 8));
+        *word = nullptr;
+        return word + 1;
+    }
+    void put(void *object, std::size_t size) {
+        Class **word = static_cast<Class **>(object) - 1;
+        if (*word)
+            PrefixList::put(object, size);
+        else
+            std::free(word);
+    }
+};
+
 } // namespace tovbench

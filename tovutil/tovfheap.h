@@ -50,10 +50,10 @@ public:
     bool isEmpty() const { return !m_free; }
 
     /// Gives the object that was freed last, or else a new one from the stack.
-    void *allocate(TovMemStack &stack);
+    inline void *allocate(TovMemStack &stack);
 
     /// Takes an object of this partition back. The partition may be gone afterwards.
-    void deallocate(void *object);
+    inline void deallocate(void *object);
 
     /// The word in front of an object: its partition, or null for a large object.
     static TovFastHeapPartition **getHeader(void *object) {
@@ -132,7 +132,7 @@ struct TOV_EXPORT TovFastHeapHeader {
     }
 };
 
-class TOV_EXPORT TovFastHeap final : public TovUtRefBase {
+class TOV_EXPORT TovFastHeap : public TovUtRefBase {
 public:
     enum : std::size_t {
         c_defaultSize = 16000,

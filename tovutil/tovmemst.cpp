@@ -82,9 +82,9 @@ TovMemStack::~TovMemStack() {
         freeBlock(m_head);
 }
 
-void *TovMemStack::takeFromNewBlock(std::size_t size, std::size_t alignment) {
+void *TovMemStack::allocateInNewBlock(std::size_t size, std::size_t alignment) {
     // 8 more than asked for, so that the piece fits whatever its padding is.
     const std::uint32_t dataSize = std::max(checkedSize(size) + 8, m_blockSize);
     m_head = makeBlock(dataSize, m_head);
-    return take(*m_head, size, alignment);
+    return allocate(size, alignment);
 }

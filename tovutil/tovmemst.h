@@ -67,30 +67,30 @@ public:
     /// Gives a piece of `size` bytes, never null. A block is never filled to its last byte, and what is left
     /// in a block when a new one is made lies idle. Two pieces of 0 bytes may have the same address.
     [[nodiscard]] void *allocate(std::size_t size, std::size_t alignment) {
-        if (m_head) [[likely]] {
-            if (void *piece = take(*m_head, size, alignment)) [[likely]]
+        if (TovMemStackBlock *block = m_head) [[likely]] {
+            const std::size_t pad = padding(block->m_current, alignment);
+            std::size_t step;
+            if (!__builtin_add_overflow(size, pad, &step) && step < block->m_avail) [[likely]] {
+                char *piece = block->m_current + pad;
+                block->m_avail -= static_cast<std::uint32_t>(step);
+                block->m_current += step;
+                tovdetail::unpoison(piece, size);
                 return piece;
+            }
         }
-        return takeFromNewBlock(size, alignment);
+        return allocateInNewBlock(size, alignment);
     }
 
 private:
     friend class TovFastHeap; // its first block is larger than the later ones
 
-    static void *take(TovMemStackBlock &block, std::size_t size, std::size_t alignment) {
-        const std::uint32_t pad =
-            ms_shift[alignment & 7][reinterpret_cast<std::uintptr_t>(block.m_current) & 7];
-        const std::size_t step = size + pad;
-        if (size > c_maxSize || step >= block.m_avail) [[unlikely]] // the first test, for the sum may wrap
-            return nullptr;
-        char *piece = block.m_current + pad;
-        block.m_avail -= static_cast<std::uint32_t>(step);
-        block.m_current += step;
-        tovdetail::unpoison(piece, size);
-        return piece;
+    // The mask of a boundary is the pad of an address one behind it, so the table is read by the alignment
+    // alone, which is known before the address is.
+    static std::size_t padding(const char *address, std::size_t alignment) {
+        return (0 - reinterpret_cast<std::uintptr_t>(address)) & ms_shift[alignment & 7][1];
     }
 
-    void *takeFromNewBlock(std::size_t size, std::size_t alignment);
+    void *allocateInNewBlock(std::size_t size, std::size_t alignment);
 
     std::uint32_t m_blockSize;
     TovMemStackBlock *m_head; // newest first; only the newest is allocated from

@@ -31,13 +31,11 @@ public:
 
     /// The two steps of whoever moves the count by hand. The object may be gone after the second.
     void addReference() {
-        store(count() + 1);
-        if (count() == 1) [[unlikely]]
+        if (store(count() + 1) == 1) [[unlikely]]
             referenced();
     }
     void dropReference() {
-        store(count() - 1);
-        if (count() == 0) [[unlikely]]
+        if (store(count() - 1) == 0) [[unlikely]]
             unreferenced();
     }
 
@@ -50,8 +48,9 @@ public:
 private:
     // A plain load, add and store. They are spelt as relaxed accesses because in a process that has turned
     // its fast heaps off the heaps of all threads are one object, whose count nobody relies on.
-    void store(std::int32_t count) {
+    std::int32_t store(std::int32_t count) {
         std::atomic_ref<std::int32_t>(m_count).store(count, std::memory_order_relaxed);
+        return count;
     }
 
     std::int32_t m_count;

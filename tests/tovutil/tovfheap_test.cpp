@@ -607,8 +607,9 @@ TEST(FastHeapPoison, CatchesUseOfWhatIsNotTheCallers) {
         auto *object = static_cast<volatile char *>(heap->allocate(size));
         object[size - 1] = 1;
         EXPECT_DEATH(object[size] = 1, "use-after-poison") << "behind the object";
-        if (c_wide)
+        if (c_wide) {
             EXPECT_DEATH(object[-1] = 1, "use-after-poison") << "the prefix word";
+        }
         TovFastHeap::deallocate(const_cast<char *>(object));
         EXPECT_DEATH((void)object[0], "use-after-poison") << "after the free";
         EXPECT_DEATH((void)object[size - 1], "use-after-poison");

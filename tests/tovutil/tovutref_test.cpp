@@ -193,6 +193,17 @@ TEST(RefTrace, WritesReferencePointerAndCount) {
     }
 }
 
+TEST(OutOfMemory, RefTrace) {
+    const Ref empty;
+    tovtest::failEachAllocation<std::bad_alloc>(
+        [] { return 0; },
+        [&](int) {
+            std::ostringstream stream;
+            empty.trace(stream);
+        },
+        [](int) {});
+}
+
 TEST(OutOfMemory, RefRaiseError) {
     const Ref empty;
     tovtest::failEachAllocation<TovError>(
