@@ -136,7 +136,8 @@ class TOV_EXPORT TovFastHeap : public TovUtRefBase {
 public:
     enum : std::size_t {
         c_defaultSize = 16000,
-        c_maxSmall = TovFastHeapHeader::c_maxAllocSize - sizeof(void *), ///< the largest object of the heap itself
+        c_maxSmall =
+            TovFastHeapHeader::c_maxAllocSize - sizeof(void *), ///< the largest object of the heap itself
     };
 
     /// Makes a heap whose arena has blocks of `size` bytes; 0 means 16000.

@@ -29,8 +29,8 @@ void freeBlock(TovMemStackBlock *block) {
 
 } // namespace
 
-// Not constexpr: that would make it an inline variable, which the loader keeps unique in the process, and a library
-// that defines such a variable is never unloaded.
+// Not constexpr: that would make it an inline variable, which the loader keeps unique in the process, and a
+// library that defines such a variable is never unloaded.
 constinit const std::uint32_t TovMemStack::ms_shift[8][8] = {
     {0, 7, 6, 5, 4, 3, 2, 1}, {}, {0, 1, 0, 1, 0, 1, 0, 1}, {},
     {0, 3, 2, 1, 0, 3, 2, 1}, {}, {0, 1, 0, 1, 0, 1, 0, 1}, {}};
@@ -51,8 +51,7 @@ TovMemStackBlock::~TovMemStackBlock() {
 }
 
 TovMemStack *TovMemStack::create(std::size_t size) {
-    const std::uint32_t dataSize =
-        std::max<std::uint32_t>(sizeOrDefault(size), c_minFirstSize);
+    const std::uint32_t dataSize = std::max<std::uint32_t>(sizeOrDefault(size), c_minFirstSize);
     TovMemStackBlock *block = makeBlock(dataSize, nullptr);
     char *storage = block->m_current;
     tovdetail::unpoison(storage, sizeof(TovMemStack));
@@ -71,8 +70,7 @@ void TovMemStack::destroy() {
         freeBlock(blocks);
 }
 
-TovMemStack::TovMemStack(std::size_t size)
-    : m_blockSize(sizeOrDefault(size)), m_head(nullptr) {}
+TovMemStack::TovMemStack(std::size_t size) : m_blockSize(sizeOrDefault(size)), m_head(nullptr) {}
 
 TovMemStack::TovMemStack(std::size_t size, TovMemStackBlock *block)
     : m_blockSize(checkedSize(size)), m_head(block) {}

@@ -195,13 +195,12 @@ TEST(RefTrace, WritesReferencePointerAndCount) {
 
 TEST(OutOfMemory, RefTrace) {
     const Ref empty;
-    tovtest::failEachAllocation<std::bad_alloc>(
-        [] { return 0; },
-        [&](int) {
-            std::ostringstream stream;
-            empty.trace(stream);
-        },
-        [](int) {});
+    tovtest::failEachAllocation<std::bad_alloc>([] { return 0; },
+                                                [&](int) {
+                                                    std::ostringstream stream;
+                                                    empty.trace(stream);
+                                                },
+                                                [](int) {});
 }
 
 TEST(OutOfMemory, RefRaiseError) {
