@@ -87,8 +87,8 @@ TEST_F(TraceProbe, LongTextsGoOnInFurtherLinesAndLoseNothing) {
 }
 
 constexpr int threadCount = 8;
-constexpr int rounds = 300;
-constexpr int rows = 188; // of 3000 bytes
+constexpr int rounds = 100;
+constexpr int dumpRows = 188; // of 3000 bytes
 
 std::string ownText(int thread) {
     return std::string(static_cast<std::size_t>(50 + 300 * thread), static_cast<char>('A' + thread));
@@ -139,7 +139,7 @@ void expectWholeLines(const std::string &trace, bool dumpsTogether) {
         ASSERT_TRUE(!dumpsTogether || missing <= 0 || owner == rest[7]) << "inside a dump: " << rest;
         owner = rest[7];
         const std::string_view text = std::string_view(rest).substr(9);
-        missing = text == "dump" ? rows : missing - 1;
+        missing = text == "dump" ? dumpRows : missing - 1;
         const char *kind = text == ownText(owner - '0') ? " text"
                            : text == "dump"             ? " dump"
                            : text.ends_with("mmmmmmmm") ? " row"
@@ -149,7 +149,7 @@ void expectWholeLines(const std::string &trace, bool dumpsTogether) {
     for (char t = '0'; t < '0' + threadCount; ++t) {
         EXPECT_EQ(rounds, lines[t + std::string(" text")]);
         EXPECT_EQ(rounds, lines[t + std::string(" dump")]);
-        EXPECT_EQ(rounds * rows, lines[t + std::string(" row")]);
+        EXPECT_EQ(rounds * dumpRows, lines[t + std::string(" row")]);
     }
     EXPECT_EQ(3u * threadCount, lines.size());
 }
