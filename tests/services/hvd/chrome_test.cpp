@@ -369,6 +369,13 @@ TEST_F(Chrome, AForkedChildWritesAFileOfItsOwn) {
     }
 }
 
+// A sanitizer's own work at exit takes locks that a thread may have held at the fork.
+#if defined(__SANITIZE_ADDRESS__) || defined(TOV_THREAD_SANITIZER)
+constexpr bool childrenExit = false;
+#else
+constexpr bool childrenExit = true;
+#endif
+
 TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
     const Outcome outcome = run(environment(path("trace")), [] {
         std::atomic<bool> done = false;
@@ -388,11 +395,7 @@ TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
                 leaf(s_inner, false);
                 hvdTraceSetLevels("*=flow");
                 leaf(s_next, false);
-#ifdef TOV_THREAD_SANITIZER
-                // The sanitizer's exit waits for threads that the child does not have.
-                _exit(0);
-#endif
-                std::exit(0);
+                childrenExit ? std::exit(0) : _exit(0);
             }
             EXPECT_EQ(0, statusOf(child));
         }
@@ -401,13 +404,12 @@ TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
             thread.join();
     });
     EXPECT_EQ(0, outcome.status) << outcome.err;
-#ifndef TOV_THREAD_SANITIZER
     EXPECT_EQ(31u, files().size());
     for (const auto &file : files())
         if (file.filename() != "trace") {
-            EXPECT_EQ("inner( ) next( ) ", Trace(contents(file)).story());
+            const std::string end = childrenExit ? "" : "\n]\n";
+            EXPECT_EQ("inner( ) next( ) ", Trace(contents(file) + end).story()) << file;
         }
-#endif
     Trace(contents(path("trace")));
 }
 
