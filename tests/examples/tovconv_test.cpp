@@ -92,7 +92,7 @@ struct Result {
 class Program {
 public:
     explicit Program(
-        Words arguments, std::function<void()> inChild = [] {});
+        Words arguments, const std::function<void()> &inChild = [] {});
     ~Program() {
         if (m_input >= 0)
             close(m_input);
@@ -574,22 +574,26 @@ TEST_F(Tovconv, TracesTheLibraryOnRequest) {
     EXPECT_NE(result.errors.find("TovNls::TovNls"), std::string::npos) << result.errors;
 }
 
-// Standard error is a terminal; the input comes in two parts with so much time between them.
-std::string shownOnATerminal(std::chrono::milliseconds pause) {
+// Standard error is a terminal; nobody takes the output for so long.
+std::string shownOnATerminal(const std::string &file, std::chrono::milliseconds pause) {
     int controller = -1;
     int terminal = -1;
     EXPECT_EQ(0, openpty(&controller, &terminal, nullptr, nullptr, nullptr));
-    Program program({"-f", "UTF-8", "-t", "UTF-16"}, [&] { dup2(terminal, STDERR_FILENO); });
+    Program program({"-f", "UTF-8", "-t", "UTF-16", file}, [&] { dup2(terminal, STDERR_FILENO); });
     close(terminal);
-    writeAll(program.input(), "first\n");
     std::this_thread::sleep_for(pause);
-    EXPECT_EQ(0, program.finish("second\n").exitCode);
+    EXPECT_EQ(0, program.finish(repeated("text\n", 100000)).exitCode);
     return readAll(controller);
 }
 
 TEST_F(Tovconv, ShowsProgressOnATerminalAfterASecond) {
-    EXPECT_EQ(shownOnATerminal(0ms), "");
-    EXPECT_NE(shownOnATerminal(1100ms).find("MB/s"), std::string::npos);
+    const std::string text = file("text", repeated("text\n", 100000));
+    EXPECT_EQ(shownOnATerminal(text, 0ms), "");
+    const std::string bar = shownOnATerminal(text, 1100ms);
+    EXPECT_NE(bar.find("[###"), std::string::npos) << bar;
+    EXPECT_NE(bar.find("%, "), std::string::npos) << bar;
+    EXPECT_NE(shownOnATerminal("-", 1100ms).find(" MB, "), std::string::npos)
+        << "of a pipe the end isn't known";
 }
 
 #ifdef NDEBUG // without a sanitizer, which has memory and time of its own
