@@ -409,7 +409,9 @@ TEST_F(Tovconv, TellsThePlaceInLaterPieces) {
         for (const std::size_t lines : {9361U, 40000U}) {
             SCOPED_TRACE(testing::Message() << row.from << " to " << row.to << " behind " << lines);
             const std::string good = repeated(row.line, lines);
-            const Result result = run({"-f", row.from, "-t", row.to, file("text", good + row.bad + good)});
+            std::string text = good;
+            text.append(row.bad).append(good);
+            const Result result = run({"-f", row.from, "-t", row.to, file("text", text)});
             EXPECT_EQ(1, result.exitCode);
             const std::size_t skipped = row.bad.front() == '\x0E' ? 1 : 0; // the character, not its shift
             const std::string place = "tovconv: " + path("text") + ": byte " +
