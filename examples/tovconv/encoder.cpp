@@ -1,10 +1,10 @@
 #include "encoder.h"
 
 #include "report.h"
+#include "search.h"
 
 #include <algorithm>
 #include <memory>
-#include <ranges>
 #include <utility>
 
 namespace {
@@ -51,7 +51,7 @@ Converted<TovUChar> Encoder::joinHeld() const {
     auto joined = std::make_unique<TovUChar[]>(m_heldUnits + 1);
     TovUChar *end = joined.get();
     for (const Piece &piece : m_held)
-        end = std::ranges::copy(piece.units.view(), end).out;
+        end = std::copy_n(piece.units.view().data(), piece.units.size(), end);
     return {std::move(joined), m_heldUnits};
 }
 
@@ -78,10 +78,10 @@ void Encoder::writeUpToBad(std::u16string_view units) {
     const Converted<char> bytes = m_page.fromUnits(units);
     write(bytes.view());
     finishShift();
-    const auto tooShort = [&](std::size_t length) {
-        return m_page.fromUnits(units.substr(0, length)).size() < bytes.size();
+    const auto isAll = [&](std::size_t length) {
+        return m_page.fromUnits(units.substr(0, length)).size() >= bytes.size();
     };
-    fail(*std::ranges::partition_point(std::views::iota(std::size_t{0}, units.size() - 1), tooShort));
+    fail(firstReached(0, units.size() - 1, isAll));
 }
 
 void Encoder::fail(std::size_t index) const {

@@ -118,7 +118,7 @@ void Output::openBeside() {
     if (m_descriptor < 0)
         fail(errno);
     m_temporary = temporary;
-    std::strcpy(s_temporary, temporary.c_str());
+    std::memcpy(s_temporary, temporary.c_str(), temporary.size() + 1);
 }
 
 void Output::write(std::string_view bytes) {

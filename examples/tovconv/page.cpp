@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr std::size_t c_markRoom = 8;
+constexpr std::size_t c_longestMark = 8;
 
 // Code pages whose text is one run with a state, by the pattern of their name. The line feed (a blank, where
 // line feeds don't stand for themselves) gets through behind a whole text in one of these spellings, and
@@ -98,7 +98,7 @@ Converted<char> Page::fromUnits(std::u16string_view units) const {
 
 // A control character that texts hardly contain serves best; code pages of two bytes only have none.
 Page::Mark Page::findMark() const {
-    for (const TovUChar unit : u"\x01\x02\x03\x04\x05\x06\x10\x11\x12\x13\n\u3000") {
+    for (const TovUChar unit : std::u16string_view(u"\x01\x02\x03\x04\x05\x06\x10\x11\x12\x13\n\u3000")) {
         const Converted<char> bytes = fromUnits({&unit, 1});
         if (bytes.size() != 0 && toUnits(bytes.view()).view() == std::u16string_view(&unit, 1))
             return {unit, {(m_shifts ? "\x0F" : "") + std::string(bytes.view())}};
@@ -106,8 +106,10 @@ Page::Mark Page::findMark() const {
     throw Failure(Exit::UnknownCodePage, m_name + ": this code page has no character that can mark an end");
 }
 
-// Whether the mark at the end of a result proves by itself that all was converted, if the text has none.
-bool Page::isTelling() const { return !m_indivisible; }
+// Whether a mark that comes out at the end proves by itself that all before it was converted.
+bool Page::isProof(std::u16string_view text) const {
+    return !m_indivisible && text.find(m_mark.unit) == text.npos;
+}
 
 std::optional<Converted<TovUChar>> Page::markedToUnits(std::string &text, const std::string &mark) const {
     const std::size_t length = text.size();
@@ -116,15 +118,13 @@ std::optional<Converted<TovUChar>> Page::markedToUnits(std::string &text, const 
     if (units.size() == 0 || units.view().back() != m_mark.unit)
         return std::nullopt;
     units.cut(units.size() - 1);
-    const bool alone = isTelling() && units.view().find(m_mark.unit) == std::u16string_view::npos;
-    if (alone || toUnits(text).size() == units.size())
-        return units;
-    return std::nullopt;
+    const bool whole = isProof(units.view()) || toUnits(text).size() == units.size();
+    return whole ? std::optional(std::move(units)) : std::nullopt;
 }
 
 std::optional<Converted<TovUChar>> Page::allToUnits(std::string_view shift, std::string_view bytes) const {
     std::string text;
-    text.reserve(shift.size() + bytes.size() + c_markRoom);
+    text.reserve(shift.size() + bytes.size() + c_longestMark);
     text.append(shift).append(bytes);
     for (const std::string &mark : m_mark.bytes)
         if (auto units = markedToUnits(text, mark))
@@ -135,14 +135,14 @@ std::optional<Converted<TovUChar>> Page::allToUnits(std::string_view shift, std:
 std::optional<Converted<char>> Page::allFromUnits(Converted<TovUChar> &units) const {
     if (m_form != Form::Closed)
         return fromUnits(units.view());
-    const bool alone = isTelling() && units.view().find(m_mark.unit) == std::u16string_view::npos;
+    const bool proof = isProof(units.view());
     Converted<char> marked = fromUnits(units.followedBy(m_mark.unit));
     const std::string_view end = std::string_view(m_mark.bytes.front()).substr(m_shifts ? 1 : 0);
-    if (alone && marked.view().ends_with(end)) {
+    if (proof && marked.view().ends_with(end)) {
         marked.cut(marked.size() - end.size());
         return marked;
     }
     Converted<char> plain = fromUnits(units.view());
-    const bool whole = !alone && marked.view() != plain.view();
+    const bool whole = !proof && marked.view() != plain.view();
     return whole ? std::optional(std::move(plain)) : std::nullopt;
 }

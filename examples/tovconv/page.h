@@ -56,7 +56,7 @@ private:
     };
 
     Mark findMark() const;
-    bool isTelling() const;
+    bool isProof(std::u16string_view text) const;
     std::optional<Converted<TovUChar>> markedToUnits(std::string &text, const std::string &mark) const;
 
     std::string m_name;

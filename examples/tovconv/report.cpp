@@ -38,21 +38,21 @@ Failure report(const std::string &file, const Place &place, const std::string &w
 Failure badBytes(const std::string &file, const Place &place, std::string_view bytes, const std::string &page,
                  bool atEnd) {
     const std::string what = hexBytes(bytes);
-    const std::string text =
-        what + " is no character of " + page + (atEnd ? ", or is cut off by the end" : "");
+    const TovString text(
+        std::string_view(what + " is no character of " + page + (atEnd ? ", or is cut off by the end" : "")));
     const TovErrorFull error(TOV_CODE(TOVRC_INVALID_MBCHAR), TOV_CODE(TOVCONV), TOV_CODE(ILLEGAL_BYTES), 1,
-                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
-                             text.c_str(), nullptr);
+                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE, text,
+                             nullptr);
     return report(file, place, what, error);
 }
 
 Failure badCharacter(const std::string &file, const Place &place, char32_t character,
                      const std::string &page) {
     const std::string what = hex("U+%04X", static_cast<unsigned>(character));
-    const std::string text = page + " has no " + what;
+    const TovString text(std::string_view(page + " has no " + what));
     const TovErrorFull error(TOV_CODE(TOVRC_INVALID_WCHAR), TOV_CODE(TOVCONV), TOV_CODE(NO_SUCH_CHARACTER), 1,
-                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE,
-                             text.c_str(), nullptr);
+                             TovError::Error, __LINE__, __func__, TOV_VERSION, __FILE__, TOV_BUILD_DATE, text,
+                             nullptr);
     return report(file, place, what, error);
 }
 

@@ -1,10 +1,10 @@
 #include "source.h"
 
+#include "search.h"
 #include "utf8.h"
 
 #include <algorithm>
 #include <array>
-#include <ranges>
 #include <vector>
 
 namespace {
@@ -124,14 +124,12 @@ Converted<TovUChar> ClosedSource::toUnits(Stretch stretch) const {
 // The bytes of the shortest start that gives so many units: a start never gives more than a longer one.
 // Mostly it ends close to the end.
 std::size_t ClosedSource::shortest(Stretch stretch, std::size_t unitCount) const {
-    const auto tooShort = [&](std::size_t bytes) {
-        return toUnits({stretch.shift, stretch.bytes.substr(0, bytes)}).size() < unitCount;
+    const auto isEnough = [&](std::size_t bytes) {
+        return toUnits({stretch.shift, stretch.bytes.substr(0, bytes)}).size() >= unitCount;
     };
     const std::size_t length = stretch.bytes.size();
     const std::size_t nearEnd = length - std::min(length, 2 * c_longestCharacter);
-    const bool close = tooShort(nearEnd);
-    const auto starts = close ? std::views::iota(nearEnd, length) : std::views::iota(std::size_t{0}, nearEnd);
-    return *std::ranges::partition_point(starts, tooShort);
+    return isEnough(nearEnd) ? firstReached(0, nearEnd, isEnough) : firstReached(nearEnd, length, isEnough);
 }
 
 std::size_t ClosedSource::shiftBytes(std::string_view bytes) const {
