@@ -365,13 +365,13 @@ constexpr auto icuOpenFrom16 = [](const Page *page, std::u16string_view units) -
 };
 
 constexpr auto iconvOpenTo16 = [](const Page *page, std::string_view bytes) -> std::u16string_view {
-    const iconv_t descriptor = iconv_open("UTF-16LE", page->iconv);
+    auto *const descriptor = iconv_open("UTF-16LE", page->iconv);
     const auto result = iconvTo16(descriptor, bytes);
     iconv_close(descriptor);
     return result;
 };
 constexpr auto iconvOpenFrom16 = [](const Page *page, std::u16string_view units) -> std::string_view {
-    const iconv_t descriptor = iconv_open(page->iconv, "UTF-16LE");
+    auto *const descriptor = iconv_open(page->iconv, "UTF-16LE");
     const auto result = iconvFrom16(descriptor, units);
     iconv_close(descriptor);
     return result;

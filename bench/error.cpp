@@ -214,7 +214,7 @@ void registerThrow() {
     thrown("fields500", 2, [] { throw Fields(); });
     thrown("fields500-texts", 2, [] { throw FieldsTexts(); });
 #ifdef TOV_BENCH_BOOST
-    thrown("boost-tagged", 2, [] { throw Tagged() << Tag(c_message); });
+    thrown("boost-tagged", 2, [] { throw Tagged(Tagged() << Tag(c_message)); });
 #endif
 #ifdef TOV_BENCH_ABSL
     returnedStatus();

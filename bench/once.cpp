@@ -109,7 +109,8 @@ Q_GLOBAL_STATIC(Data, qtData)
 
 void add(const char *peer, Data *(*get)()) {
     preparedJob(std::string("once/access/") + peer, [get](benchmark::State &state) {
-        require(state, get() && get()->word == 7 && get() == get());
+        const Data *const first = get();
+        require(state, first && first->word == 7 && get() == first);
         return [get] {
             benchmark::DoNotOptimize(get());
             benchmark::ClobberMemory();

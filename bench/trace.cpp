@@ -74,7 +74,7 @@ void traceWith(const char *levels) {
 void furtherStatements(benchmark::State &state) {
     TOV_TRACE_ENTER("bench::furtherStatements");
     TOV_TRACE_DETAIL(TOV_NAMED("value", 42));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         TOV_TRACE_DETAIL(TOV_NAMED("value", 42));
         benchmark::ClobberMemory();
     }

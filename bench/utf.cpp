@@ -130,12 +130,12 @@ std::size_t iconvRun(iconv_t descriptor, const void *source, std::size_t sourceB
 }
 
 constexpr auto iconvTo16 = [](std::string_view utf8) {
-    static const iconv_t descriptor = iconv_open("UTF-16LE", "UTF-8");
+    static auto *const descriptor = iconv_open("UTF-16LE", "UTF-8");
     return iconvRun(descriptor, utf8.data(), utf8.size(), out16(), 2 * c_room16) / 2;
 };
 
 constexpr auto iconvTo8 = [](std::u16string_view utf16) {
-    static const iconv_t descriptor = iconv_open("UTF-8", "UTF-16LE");
+    static auto *const descriptor = iconv_open("UTF-8", "UTF-16LE");
     return iconvRun(descriptor, utf16.data(), 2 * utf16.size(), out8(), c_room8);
 };
 
