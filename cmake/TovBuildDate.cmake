@@ -9,6 +9,12 @@ if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
         set(ENV{SOURCE_DATE_EPOCH} ${tov_commit_time})
     endif()
 endif()
+# A build tree that goes on to another commit is configured anew.
+execute_process(COMMAND git -C ${PROJECT_SOURCE_DIR} rev-parse --path-format=absolute --git-path logs/HEAD
+                OUTPUT_VARIABLE tov_git_log OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+if(EXISTS "${tov_git_log}")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${tov_git_log}")
+endif()
 string(TIMESTAMP TOV_BUILD_DATE "%b %d %Y" UTC)
 string(TIMESTAMP TOV_BUILD_TIME "%H:%M:%S" UTC)
 # The day is padded with a blank, not with a 0: "Oct  6 2004".

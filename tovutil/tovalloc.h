@@ -18,8 +18,8 @@ extern "C" {
 /// Gives a block of `size` bytes, never null: a null result of malloc counts as failure, also for 0.
 TOV_EXPORT void *tovMalloc(std::size_t size);
 
-/// As realloc: moves `block` (null is allowed) to a block of `size` bytes. Null only for a size of 0.
-/// When it raises, the old block is still valid.
+/// As realloc: moves `block` (null is allowed) to a block of `size` bytes. Null only for a size of 0; the old
+/// block is then gone. When it raises, the old block is still valid.
 TOV_EXPORT void *tovRealloc(void *block, std::size_t size);
 
 /// Frees a block of this header or of malloc. Null does nothing.

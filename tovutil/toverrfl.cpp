@@ -120,11 +120,19 @@ TovError TovErrorFull::getOutOfMem() {
 void TovErrorFull::throwBadAlloc() { throw getOutOfMem(); }
 
 void tovCheck(const char *file, long line, const char *message, long returnCode, const char *returnCodeName) {
-    const TovErrorFull error(static_cast<std::uint32_t>(returnCode), returnCodeName,
-                             TOV_CODE(TOVOP_REPOSITORY), 0, "", 1, TovError::Error,
-                             static_cast<std::uint32_t>(line), "", "", file, TOV_BUILD_DATE,
-                             TovString(message ? message : ""), nullptr);
-    error.logRaise();
+    throw tovdetail::tracedError(static_cast<std::uint32_t>(returnCode), returnCodeName, 1,
+                                 static_cast<std::uint32_t>(line), "", "", file, TOV_BUILD_DATE,
+                                 TovString(message ? message : ""));
+}
+
+TovErrorFull tovdetail::tracedError(std::uint32_t returnCode, const char *returnCodeName,
+                                    std::uint32_t position, std::uint32_t line, const char *functionName,
+                                    const char *version, const char *sourceFile, const char *build,
+                                    const TovString &text) {
+    TovErrorFull error(returnCode, returnCodeName, TOV_CODE(TOVOP_REPOSITORY), 0, "", position,
+                       TovError::Error, line, functionName, version, sourceFile, build, text, nullptr);
+    error.traceRaise();
+    return error;
 }
 
 // Composition ---------------------------------------------------------------------------------------

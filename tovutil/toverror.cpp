@@ -121,11 +121,16 @@ TovError *TovError::clone() const { return new TovError(*this); }
 void TovError::raise() const { throw TovError(*this); }
 
 void TovError::logRaise() const {
+    traceRaise(); // a function of its own, so that no trace object has to be unwound
+    raise();
+    std::terminate(); // an override that comes back breaks its promise
+}
+
+// Reports no exit: what it belongs to leaves by an exception.
+void TovError::traceRaise() const {
     TOV_TRACE_ENTER("TovError::logRaise");
     TOV_TRACE_STATE(getErrorMessage());
     TOV_TRACE_STATE(getLocation());
-    raise();
-    std::terminate(); // an override that comes back breaks its promise
 }
 
 void TovError::makePrivate() { makeBodyPrivate(); }

@@ -77,6 +77,9 @@ public:
     /// Writes message and location to the trace, then raises.
     [[noreturn]] void logRaise() const;
 
+    /// The first half of logRaise(): the report of a raise.
+    void traceRaise() const;
+
 protected:
     /// Replaces a static body by a private copy.
     void makePrivate();

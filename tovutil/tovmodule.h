@@ -30,6 +30,10 @@ void releaseModule(TovPoolCtrl &pool) {
     delete static_cast<Data *>(pool.release());
 }
 
+/// Registers what takes all locks of the library before a child is made; to be called before the first of
+/// them is taken.
+void guardLocksAtFork();
+
 /// A module's mutex. No thread but the forking one can hold it while a child is made, so that a child
 /// never waits for a thread that it does not have. Held for short operations only, and never while
 /// another lock of the library is taken.

@@ -3,13 +3,12 @@
 
 #include <tovutil/toverrfl.h>
 
-#include <cstddef>
 #include <cstdint>
 
 namespace tovdetail {
 
 /// A length as a signed 32-bit number, never negative. `file` and `line` tell where it came in.
-inline std::int32_t length32(std::size_t length, const char *file, long line) {
+inline std::int32_t length32(std::uint64_t length, const char *file, long line) {
     if (length > INT32_MAX)
         tovCheck(file, line, "Internal error: length <= INT32_MAX", TOV_CODE(TOVRC_INTERNAL_ERROR));
     return static_cast<std::int32_t>(length);

@@ -264,10 +264,8 @@ void logDump(TRC1_EPB &record, const void *address, unsigned size, const char *t
 
 void raiseError(const TRC1_UNIT &unit, const char *functionName, std::uint32_t line, std::uint32_t position,
                 std::uint32_t returnCode, const char *returnCodeName, const TovString &text) {
-    const TovErrorFull error(returnCode, returnCodeName, TOV_CODE(TOVOP_REPOSITORY), 0, nullptr, position,
-                             TovError::Error, line, functionName, unit.revision.text, unit.sourcePath.text,
-                             unit.buildDate.text, text, nullptr);
-    error.logRaise();
+    throw tracedError(returnCode, returnCodeName, position, line, functionName, unit.revision.text,
+                      unit.sourcePath.text, unit.buildDate.text, text);
 }
 
 } // namespace tovdetail

@@ -90,10 +90,13 @@ public:
     template <class T>
     tovtraceos &operator<<(const T &value) {
         std::ostream &os = *this;
-        if constexpr (std::same_as<std::remove_const_t<std::remove_pointer_t<std::decay_t<T>>>, char> &&
-                      std::is_pointer_v<std::decay_t<T>>)
-            os << textOrNull(value);
-        else
+        if constexpr (isTextPointer<std::decay_t<T>>) {
+            const std::decay_t<T> text = value;
+            if (text)
+                os << text;
+            else
+                os << "NULL";
+        } else
             os << value;
         return *this;
     }
@@ -103,7 +106,11 @@ public:
     }
 
 private:
-    static const char *textOrNull(const char *text) { return text ? text : "NULL"; }
+    // What the standard insertion operators take as a text.
+    template <class T, class Unit = std::remove_const_t<std::remove_pointer_t<T>>>
+    static constexpr bool isTextPointer = std::is_pointer_v<T> &&
+                                          (std::same_as<Unit, char> || std::same_as<Unit, signed char> ||
+                                           std::same_as<Unit, unsigned char>);
 };
 
 /// Makes the buffer and the stream on demand. A local variable of the function that traces.
@@ -135,6 +142,9 @@ private:
 };
 
 /// The text, or "{NULL}" for a null pointer; that text stays valid until TovTrace_release.
+///
+/// Errors     For null: std::bad_alloc at first use; the stored error of a module that could not be made;
+///            TOVRC_INTERNAL_ERROR after TovTrace_release. For 16-bit text as tovToMbcs.
 TOV_EXPORT const char *tovTraceStr(const char *text);
 
 /// The text in the process locale's encoding, empty when it can't be converted; "{NULL}" for a null pointer.

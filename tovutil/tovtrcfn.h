@@ -92,6 +92,12 @@ std::decay_t<Result> TracedCall::result(unsigned line, Result &&value) {
 void logText(TRC1_EPB &record, const char *text, bool continuation);
 void logDump(TRC1_EPB &record, const void *address, unsigned size, const char *text, bool continuation);
 
+/// Makes an error of this library and reports it, as logRaise() does. What is thrown is this very object: the
+/// frames and the copy of a raise cost more than the error itself.
+TovErrorFull tracedError(std::uint32_t returnCode, const char *returnCodeName, std::uint32_t position,
+                         std::uint32_t line, const char *functionName, const char *version,
+                         const char *sourceFile, const char *build, const TovString &text);
+
 /// Raises an error of this library from the place that the unit and the function's name tell.
 [[noreturn]] void raiseError(const TRC1_UNIT &unit, const char *functionName, std::uint32_t line,
                              std::uint32_t position, std::uint32_t returnCode, const char *returnCodeName,

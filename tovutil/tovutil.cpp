@@ -22,6 +22,9 @@ using tovdetail::storeRelease;
 
 // Pool control --------------------------------------------------------------------------------------
 
+// A field in a trace, while another thread may be initialising the pool.
+#define TOV_POOL_FIELD(field) TOV_NAMED(#field, loadAcquire(field))
+
 void *TovPoolCtrl::initLive(pthread_once_t &once, void (*fInit)()) {
     void *data = init(once, fInit);
     if (!data)
@@ -31,8 +34,8 @@ void *TovPoolCtrl::initLive(pthread_once_t &once, void (*fInit)()) {
 }
 
 void *TovPoolCtrl::init(pthread_once_t &once, void (*fInit)()) {
-    TOV_TRACE_ENTER("TovPoolCtrl::init", TOV_VALUE(this)
-                                             << TOV_VALUE(m_stat) << TOV_VALUE(m_data) << TOV_VALUE(m_impl));
+    TOV_TRACE_ENTER("TovPoolCtrl::init", TOV_VALUE(this) << TOV_POOL_FIELD(m_stat) << TOV_POOL_FIELD(m_data)
+                                                         << TOV_POOL_FIELD(m_impl));
     pthread_once(&once, fInit);
     if (loadAcquire(m_stat) == Failed) {
         TOV_TRACE_STATE("Re-throw pending error");
@@ -50,8 +53,8 @@ void TovPoolCtrl::initOk(void *data, void (*fRelease)(), TovPoolCtrlList &list, 
                         << TOV_VALUE(&list)
                         << TOV_NAMED("(void*)fTermInit", tovdetail::functionAddress(fTermInit)));
     TovPoolCtrlListImpl::checkInit(list, fTermInit);
-    m_impl = TovPoolCtrlImpl::create(this, fRelease, list);
-    m_data = data;
+    storeRelease(m_impl, TovPoolCtrlImpl::create(this, fRelease, list));
+    storeRelease(m_data, data);
     storeRelease(m_stat, std::int8_t{Ready}); // last, because accessors read m_stat without a lock
     TOV_TRACE_LEAVE();
 }
@@ -66,8 +69,9 @@ void TovPoolCtrl::initError(const TovError &error, void (*fRelease)(), TovPoolCt
     TOV_TRACE_ERROR("(" << error.getErrorMessage() << ")");
     std::unique_ptr<TovError> copy(error.clone()); // what can fail comes before the entry
     TovPoolCtrlListImpl::checkInit(list, fTermInit);
-    m_impl = TovPoolCtrlImpl::create(this, fRelease, list);
-    m_impl->m_error = copy.release();
+    TovPoolCtrlImpl *entry = TovPoolCtrlImpl::create(this, fRelease, list);
+    entry->m_error = copy.release();
+    storeRelease(m_impl, entry);
     storeRelease(m_stat, std::int8_t{Failed});
     TOV_TRACE_LEAVE();
 }
@@ -114,6 +118,7 @@ constinit pthread_mutex_t TovPoolCtrlListImpl::ms_mutex = PTHREAD_MUTEX_INITIALI
 TovPoolCtrlList &TovPoolCtrlListImpl::checkInit(TovPoolCtrlList &list, void (*)()) {
     if (loadAcquire(list.m_isInit))
         return list;
+    tovdetail::guardLocksAtFork();
     const PthreadLock lock(ms_mutex);
     if (list.m_isInit)
         return list;
@@ -135,6 +140,7 @@ namespace tovdetail {
 // chain of lists, then each list, then the modules' mutexes. No code of the library takes two of the last two
 // kinds at a time, so their order among themselves is free.
 struct ForkHandlers {
+    // Without memory for the handlers the library works all the same, but for children of busy processes.
     static void install() { pthread_atfork(lockAll, unlockAll, unlockAll); }
     static void lockAll();
     static void unlockAll();
@@ -182,8 +188,10 @@ void ForkHandlers::remove(ModuleMutex &mutex) {
     *link = mutex.m_next;
 }
 
+void guardLocksAtFork() { pthread_once(&ForkHandlers::s_once, ForkHandlers::install); }
+
 ModuleMutex::ModuleMutex() : m_next(nullptr) {
-    pthread_once(&ForkHandlers::s_once, ForkHandlers::install);
+    guardLocksAtFork();
     ForkHandlers::add(*this);
 }
 
@@ -210,11 +218,13 @@ constinit pthread_once_t s_recursiveAttrOnce = PTHREAD_ONCE_INIT;
 } // namespace
 
 TovMutex::TovMutex(RecursiveType) {
-    if (!loadAcquire(s_recursiveAttr)) {
+    pthread_mutexattr_t *attributes = loadAcquire(s_recursiveAttr);
+    if (!attributes) {
         pthread_once(&s_recursiveAttrOnce, tovutil_recursiveAttrInitFunc);
-        storeRelease(s_recursiveAttr, &s_recursiveAttrData); // racing threads store the same value
+        attributes = &s_recursiveAttrData;
+        storeRelease(s_recursiveAttr, attributes); // racing threads store the same value
     }
-    pthread_mutex_init(&m_mutex, &s_recursiveAttrData);
+    pthread_mutex_init(&m_mutex, attributes);
 }
 
 void tovutil_recursiveAttrInitFunc() {

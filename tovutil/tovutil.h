@@ -38,6 +38,8 @@ public:
 TOV_EXPORT TovString tovToMbcs(const TovUChar *source, std::uint32_t length, bool raiseOnFailure);
 TOV_EXPORT TovUString tovToUnicode(const char *source, std::uint32_t length, bool raiseOnFailure);
 
+// What follows gives strings, and raises what they raise: the out-of-memory TovError, std::length_error.
+
 /// A string of `n` units, 0 units included; `n` 0 or less means up to the terminator. A null pointer, and a
 /// text that begins with a 0 unit, give an empty string.
 TOV_EXPORT TovUString tovToUString(const TovUChar *text, long n);
@@ -61,4 +63,6 @@ TOV_EXPORT TovUString tovToUpper(const TovUString &text);
 TOV_EXPORT TovUString tovToLower(const TovUString &text);
 
 /// Writes the text in the process locale's encoding, up to its first NUL; nothing when it can't be converted.
+///
+/// Errors     As tovToMbcs without `raiseOnFailure`.
 TOV_EXPORT std::ostream &operator<<(std::ostream &os, const TovUString &text);

@@ -477,7 +477,7 @@ TEST(FastHeapMode, IsReadOnceAtTheFirstUse) {
     });
     inNewProcess([] {
         setenv("TOV_FAST_HEAP", "off", 1);
-        TovFastHeap::deallocate(::operator new(1));
+        TovFastHeap::deallocate(::operator new(64));
         unsetenv("TOV_FAST_HEAP");
         EXPECT_TRUE(isOff());
     });

@@ -130,7 +130,7 @@ TEST(TovTraceStream, WritesValuesInTheirForms) {
     TovTraceStream stream;
     TovString target;
     const char *null = nullptr;
-    char *nullToo = nullptr;
+    unsigned char *nullToo = nullptr;
     tovtraceos &os = stream.getOs(target);
     os << null << ' ' << nullToo << ' ' << "text" << ' ' << -1 << ' ' << 4294967295U << ' ' << true << ' '
        << static_cast<std::int8_t>('A') << ' ' << static_cast<const void *>(nullptr) << ' '

@@ -24,13 +24,15 @@ void *operator new(std::size_t size) {
     return block;
 }
 
-void operator delete(void *block) noexcept {
+static void watchedFree(void *block) {
     if (block == s_watched)
         s_watched = nullptr;
     std::free(block);
 }
 
-void operator delete(void *block, std::size_t) noexcept { ::operator delete(block); }
+void operator delete(void *block) noexcept { watchedFree(block); }
+
+void operator delete(void *block, std::size_t) noexcept { watchedFree(block); }
 
 namespace {
 

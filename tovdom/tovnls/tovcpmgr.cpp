@@ -95,6 +95,16 @@ struct Context {
     Context() { initCpTable(table); }
 };
 
+// Looks for the name behind `last`, for another thread may have been first, and appends it. Traces nothing:
+// the mutex is held, which a fork waits for, too.
+std::pair<const TovCodePage *, bool> findOrAppend(Context &pool, const CodePageTable::Row *last,
+                                                  std::int32_t id, TovUString name) {
+    const std::lock_guard lock(pool.mutex);
+    if (const auto *row = CodePageTable::find(last, name))
+        return {&row->page, false};
+    return {&pool.table.append(id, std::move(name))->page, true};
+}
+
 Context &context() {
     return *static_cast<Context *>(TovCpMgr::ms_pool.get(TovCpMgr::ms_lock, TovCpMgr_init));
 }
@@ -131,10 +141,9 @@ const TovCodePage *tovGetCodePage(const TovUChar *cpName) {
     if (id <= 0)
         return TOV_TRACE_RESULT(static_cast<const TovCodePage *>(nullptr));
 
-    const std::lock_guard lock(pool.mutex);
-    if (const auto *row = CodePageTable::find(last, upperName)) { // another thread may have been first
-        TOV_TRACE_LEAVE();
-        return &row->page;
-    }
-    return TOV_TRACE_RESULT(&table.append(id, std::move(upperName))->page);
+    const auto [row, isNew] = findOrAppend(pool, last, id, std::move(upperName));
+    if (isNew)
+        return TOV_TRACE_RESULT(row);
+    TOV_TRACE_LEAVE();
+    return row;
 }

@@ -37,7 +37,7 @@ TovAutoBuffer<T> terminatedBuffer(std::int32_t count) {
 }
 
 std::int32_t worstCase(std::int32_t length, std::int32_t factor) {
-    return TOV_LENGTH32(static_cast<std::size_t>(length) * static_cast<std::size_t>(factor));
+    return TOV_LENGTH32(static_cast<std::uint64_t>(length) * static_cast<std::uint64_t>(factor));
 }
 
 } // namespace
@@ -164,6 +164,22 @@ bool isUtf16(std::int32_t id) { return id == TovCodePage::Utf16Host || id == Tov
 
 bool needsLocale(std::int32_t id) { return !isUtf16(id) && id != TovCodePage::Utf8; }
 
+// Copies with the two bytes of each unit changing places, four units a step.
+void swapUnits(unsigned char *target, const unsigned char *source, std::size_t size) {
+    constexpr std::uint64_t evenBytes = 0x00FF00FF00FF00FFU;
+    std::size_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        std::uint64_t units = 0;
+        std::memcpy(&units, source + i, 8);
+        units = (units & evenBytes) << 8 | (units >> 8 & evenBytes);
+        std::memcpy(target + i, &units, 8);
+    }
+    for (; i < size; i += 2) {
+        target[i] = source[i + 1];
+        target[i + 1] = source[i];
+    }
+}
+
 // Copies `unitCount` units of two bytes each. One form of the two is the host's, so the other swaps.
 void copyUtf16(void *target, const void *source, std::int32_t unitCount, std::int32_t id) {
     const std::size_t size = 2 * static_cast<std::size_t>(unitCount);
@@ -171,12 +187,7 @@ void copyUtf16(void *target, const void *source, std::int32_t unitCount, std::in
         std::memcpy(target, source, size);
         return;
     }
-    auto *to = static_cast<unsigned char *>(target);
-    const auto *from = static_cast<const unsigned char *>(source);
-    for (std::size_t i = 0; i < size; i += 2) {
-        to[i] = from[i + 1];
-        to[i + 1] = from[i];
-    }
+    swapUnits(static_cast<unsigned char *>(target), static_cast<const unsigned char *>(source), size);
 }
 
 TovAutoBuffer<TovUChar> unitsFromUtf16(const char *source, std::int32_t byteLength, std::int32_t id) {

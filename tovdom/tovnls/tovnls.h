@@ -41,7 +41,7 @@ public:
         return *this;
     }
 
-    /// Frees the elements and leaves the handle empty.
+    /// Frees the elements and leaves pointer and length empty; `owned` stays as it is.
     void release() {
         delete[] std::exchange(buffer, nullptr);
         length = 0;
@@ -56,12 +56,12 @@ public:
 
 /// Opens a locale for a code page; give it back with CXReleaseLocale, unless it is the process's own.
 ///
-/// Errors     TOVRC_NLS_ERROR with the message of the closed library's code.
+/// Errors     TOVRC_NLS_ERROR with the message of the locale layer's code.
 TOV_EXPORT CXLocale *tovNlsGetLocale(std::int32_t codePageId);
 
 /// A text item of a locale, of at most 33 elements.
 ///
-/// Errors     TOVRC_NLS_ERROR with the message of the closed library's code.
+/// Errors     TOVRC_NLS_ERROR with the message of the locale layer's code.
 TOV_EXPORT TovAutoBuffer<TovUChar> tovNlsGetLocaleTextInfoU(CXLocale *locale, std::int32_t item);
 TOV_EXPORT TovAutoBuffer<char> tovNlsGetLocaleTextInfo(CXLocale *locale, std::int32_t item);
 
@@ -88,7 +88,7 @@ TOV_EXPORT std::uint32_t tovStrlen(const TovUChar *text);
 ///
 /// Ownership  Owns its locale; refers to a row of the code page table, and must not outlive it.
 /// Threads    Does not change after its constructor; any number of threads may use one object.
-/// Cost       The constructor costs a look-up and, for a code page of the closed library, a locale: use one
+/// Cost       The constructor costs a look-up and, for a code page of the locale layer, a locale: use one
 ///            object for many conversions. A conversion costs one allocation of the worst case; from UTF-8,
 ///            two.
 class TOV_EXPORT TovNls {
@@ -126,7 +126,7 @@ public:
     /// name.
     static bool isNativeUtf16(const TovUChar *cpName);
 
-    /// The message for a code of the closed libraries; a literal.
+    /// The message for a code of the locale layer; a literal.
     static const char *getErrorMsg(std::int32_t code);
 
 private:
