@@ -91,7 +91,7 @@ public:
     tovtraceos &operator<<(const T &value) {
         std::ostream &os = *this;
         if constexpr (isTextPointer<std::decay_t<T>>) {
-            const std::decay_t<T> text = value;
+            const std::decay_t<const T &> text = value;
             if (text)
                 os << text;
             else
