@@ -2,6 +2,7 @@
 #include "traceprobe.h"
 
 #include <barrier>
+#include <utility>
 
 #include <pthread.h>
 #include <sys/resource.h>
@@ -440,8 +441,6 @@ TEST_F(TraceProbe, CancellationAndSignalHandlersWaitForTheEndOfAnEvent) {
     }
 }
 
-// The sink ------------------------------------------------------------------------------------------------
-
 struct Seen {
     static void take(void *context, const HvdTraceEvent &event) {
         static_cast<Seen *>(context)->events.push_back(
@@ -452,6 +451,75 @@ struct Seen {
     }
     std::vector<std::string> events;
 };
+
+// Exhausted memory ----------------------------------------------------------------------------------------
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(TOV_THREAD_SANITIZER) // their own memory has no limit
+/// Holds all memory that this process can get while it lives.
+class NoMemory {
+public:
+    NoMemory() {
+        volatile char stack[1 << 18]; // the stack could not grow any more, either
+        for (std::size_t at = 0; at < sizeof stack; at += 1024)
+            stack[at] = 0;
+        getrlimit(RLIMIT_AS, &m_limit);
+        const rlimit none{0, m_limit.rlim_max};
+        setrlimit(RLIMIT_AS, &none);
+        for (std::size_t size = std::size_t{1} << 24; size >= sizeof(void *); size /= 2)
+            while (void *block = std::malloc(size)) {
+                *static_cast<void **>(block) = m_blocks;
+                m_blocks = block;
+            }
+    }
+    ~NoMemory() {
+        setrlimit(RLIMIT_AS, &m_limit);
+        while (m_blocks)
+            std::free(std::exchange(m_blocks, *static_cast<void **>(m_blocks)));
+    }
+    NoMemory(const NoMemory &) = delete;
+    NoMemory &operator=(const NoMemory &) = delete;
+
+private:
+    rlimit m_limit{};
+    void *m_blocks = nullptr;
+};
+
+TEST_F(TraceProbe, ExhaustedMemoryDisturbsNobody) {
+    const std::string longText(50000, 'x');
+    for (const char *format : {"text", "chrome"})
+        for (const bool early : {true, false}) {
+            SCOPED_TRACE(std::string(format) + (early ? ", tracing before" : ", from the first event on"));
+            const Outcome outcome =
+                run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}, {"HVD_TRACE_FORMAT", format}},
+                    [&] {
+                        if (early)
+                            traceABit();
+                        {
+                            const NoMemory none;
+                            traceABit();
+                            TRC1_Printf(&s_record, 30, "+ %s", longText.c_str());
+                            TRC1_Dump(&s_record, 31, longText.data(), 50000, "%s", "long");
+                            hvdTraceSetSink(Seen::take, nullptr);
+                            hvdTraceSetLevels("*=flow,Other=all");
+                        }
+                        traceABit();
+                    });
+            EXPECT_EQ(0, outcome.status);
+            const std::string trace = contents(path("trace"));
+            if (format == std::string("text")) {
+                EXPECT_EQ(early ? 9u : 3u, count(trace, " Entry\n"));
+                EXPECT_EQ(early ? 3125u : 0u, count(trace, "78787878 78787878 78787878 78787878"));
+                rests(trace);
+            } else {
+                EXPECT_EQ("\n]\n", trace.substr(trace.size() - 3));
+                EXPECT_EQ(count(trace, "\"ph\":\"B\""), count(trace, "\"ph\":\"E\""));
+            }
+            std::filesystem::remove(path("trace"));
+        }
+}
+#endif
+
+// The sink ------------------------------------------------------------------------------------------------
 
 TEST_F(TraceProbe, ASinkGetsEveryEventInPlaceOfTheOutput) {
     const Outcome outcome = run({{"HVD_TRACE", "*=all"}}, [] {
