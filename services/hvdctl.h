@@ -30,11 +30,15 @@ extern "C" {
 ///
 /// Errors     Gives false when the text is malformed, and reports the place on standard error; its
 ///            good entries hold all the same.
-/// Threads    Any thread; calls at the same time are ordered, the last one holds.
+/// Threads    Any thread; calls at the same time are ordered, the last one holds. It asks the dynamic
+///            loader which libraries are still there, and so must wait in a forked child for ever if
+///            another thread of the parent was inside the loader at the fork.
 bool hvdTraceSetLevels(const char *levels);
 
 /// Sends all events to `sink` instead of the output that the environment names; null goes back.
 /// `context` is handed to the sink unchanged. An event under way in another thread may still reach
 /// the former sink after the call has returned.
+///
+/// Errors     Without memory, the former sink stays.
 void hvdTraceSetSink(HvdTraceSink sink, void *context);
 }

@@ -74,7 +74,7 @@ extern "C" {
 
 /// Gives the current level of `record` and makes its level word and sequence current, the sequence
 /// last and with release order. To be called whenever the record's sequence differs from the word
-/// that `unitSequence` shows.
+/// that `unitSequence` shows. If another thread is doing so at the moment, the record is left to it.
 std::uint32_t TRC1_Sync(TRC1_EPB *record);
 
 /// Reports that a function is entered (TRC1_ENTER) or returns (TRC1_LEAVE). An exceptional exit is

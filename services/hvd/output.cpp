@@ -36,9 +36,8 @@ constinit OutputFile s_files[fileSlots]{};
 constinit std::atomic<int> s_current{Unopened};
 constinit std::atomic<std::uint32_t> s_serial{0};
 constinit std::atomic<bool> s_reported{false};
-// Written by the one thread that opens the output or while there is but one thread.
-constinit pid_t s_process = 0;
-constinit bool s_forked = false;
+constinit std::atomic<pid_t> s_process{0};
+constinit bool s_forked = false; // written while there is but one thread
 
 int indexOf(const OutputFile &file) { return static_cast<int>(&file - s_files); }
 
@@ -73,7 +72,7 @@ const char *targetName() {
 const char *pathOf(bool ofProcess, Path &room) {
     if (!ofProcess)
         return config()->path();
-    std::snprintf(room, sizeof room, "%s.pid%ld", config()->path(), static_cast<long>(s_process));
+    std::snprintf(room, sizeof room, "%s.pid%ld", config()->path(), static_cast<long>(outputProcess()));
     return room;
 }
 
@@ -88,8 +87,8 @@ int awayFromStandard(int descriptor) {
 }
 
 // Without waiting for a pipe's reader; an open pipe is then waited for as any other.
-int openFile(const char *path, int access) {
-    const int flags = access | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+int openFile(const char *path) {
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
     const int descriptor = awayFromStandard(::open(path, flags, ownerOnly));
     if (descriptor >= 0)
         fcntl(descriptor, F_SETFL, O_APPEND);
@@ -101,49 +100,53 @@ void closeQuietly(int descriptor) {
     close(descriptor);
 }
 
-// A file of events that is already complete is opened again at its end.
-enum class Beginning { New, Continued, Foreign };
-
-Beginning beginningOf(int descriptor, const struct stat &status) {
-    constexpr std::string_view tail = chromeTail;
-    char text[tail.size()];
-    if (!S_ISREG(status.st_mode) || status.st_size == 0)
-        return Beginning::New;
-    const off_t end = status.st_size - static_cast<off_t>(tail.size());
-    if (pread(descriptor, text, 1, 0) != 1 || text[0] != chromeHead[0] || end < 0 ||
-        pread(descriptor, text, tail.size(), end) != static_cast<ssize_t>(tail.size()))
-        return Beginning::Foreign;
-    if (std::string_view(text, tail.size()) == tail)
-        return ftruncate(descriptor, end) == 0 ? Beginning::Continued : Beginning::Foreign;
-    return text[tail.size() - 1] == '}' ? Beginning::Continued : Beginning::Foreign;
-}
-
-bool beginChrome(int descriptor, const struct stat &status, const Quiet &quiet) {
-    const bool owned = config()->target == Target::File;
-    const Beginning beginning = owned ? beginningOf(descriptor, status) : Beginning::New;
-    if (beginning == Beginning::Foreign) {
-        reportOnce("can't continue", targetName(), "it holds something else than complete events");
-        return false;
-    }
-    Lines lines(quiet, descriptor, PIPE_BUF, PIPE_BUF);
-    putChromeHead(lines, beginning == Beginning::Continued, s_process);
-    if (!lines.flush())
-        reportOnce("can't write", targetName(), reason(lines.error()));
-    return lines.error() == 0;
-}
-
 struct Opened {
     int descriptor;
     bool ofProcess = false;
     bool later = false; // another process is about to begin the file anew
 };
 
+// A file of events that is already complete is opened again at its end.
+enum class Beginning { New, Continued, Foreign };
+
+// By a descriptor of its own, because one for reading and writing would keep a pipe from breaking.
+Beginning readBeginning(const Opened &opened, const struct stat &status) {
+    constexpr std::string_view tail = chromeTail;
+    Path room;
+    char text[tail.size()];
+    const off_t end = status.st_size - static_cast<off_t>(tail.size());
+    const int reader = ::open(pathOf(opened.ofProcess, room), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    struct stat read;
+    const bool whole = reader >= 0 && fstat(reader, &read) == 0 && identityOf(read) == identityOf(status) &&
+                       end >= 0 && pread(reader, text, 1, 0) == 1 && text[0] == chromeHead[0] &&
+                       pread(reader, text, tail.size(), end) == static_cast<ssize_t>(tail.size());
+    if (reader >= 0)
+        close(reader);
+    if (whole && std::string_view(text, tail.size()) == tail)
+        return ftruncate(opened.descriptor, end) == 0 ? Beginning::Continued : Beginning::Foreign;
+    return whole && text[tail.size() - 1] == '}' ? Beginning::Continued : Beginning::Foreign;
+}
+
+bool beginChrome(const Opened &opened, const struct stat &status, const Quiet &quiet) {
+    const bool fresh = config()->target != Target::File || !S_ISREG(status.st_mode) || status.st_size == 0;
+    const Beginning beginning = fresh ? Beginning::New : readBeginning(opened, status);
+    if (beginning == Beginning::Foreign) {
+        reportOnce("can't continue", targetName(), "it holds something else than complete events");
+        return false;
+    }
+    Lines lines(quiet, opened.descriptor, PIPE_BUF, PIPE_BUF);
+    putChromeHead(lines, beginning == Beginning::Continued, outputProcess());
+    if (!lines.flush())
+        reportOnce("can't write", targetName(), reason(lines.error()));
+    return lines.error() == 0;
+}
+
 // A file of events belongs to one process, because only one can write its end. Who finds it taken, and
 // every forked child, writes one that is named after the process.
 Opened openChrome() {
     Path room;
     for (bool ofProcess : {s_forked, true}) {
-        const int descriptor = openFile(pathOf(ofProcess, room), O_RDWR);
+        const int descriptor = openFile(pathOf(ofProcess, room));
         if (descriptor < 0 || ofProcess || flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
             return {descriptor, ofProcess};
         close(descriptor);
@@ -162,7 +165,7 @@ Opened openTarget() {
     }
     if (config()->format == Format::Chrome)
         return openChrome();
-    return {openFile(config()->path(), O_WRONLY)};
+    return {openFile(config()->path())};
 }
 
 // Fills a claimed place and lets writers in.
@@ -173,7 +176,7 @@ bool begin(OutputFile &file, const Opened &opened, const Quiet &quiet) {
         return false;
     }
     file.owned = config()->target == Target::File;
-    if (config()->format == Format::Chrome && !beginChrome(opened.descriptor, status, quiet)) {
+    if (config()->format == Format::Chrome && !beginChrome(opened, status, quiet)) {
         if (file.owned)
             closeQuietly(opened.descriptor);
         return false;
@@ -213,7 +216,7 @@ void finish(OutputFile &file, const Quiet &quiet) {
     if (isStill(file, status)) {
         if (config()->format == Format::Chrome) {
             Lines lines(quiet, file.descriptor, PIPE_BUF, PIPE_BUF);
-            putChromeTail(lines, static_cast<unsigned>(indexOf(file)), s_process);
+            putChromeTail(lines, static_cast<unsigned>(indexOf(file)), outputProcess());
             if (!lines.flush())
                 reportOnce("can't write", targetName(), reason(lines.error()));
         }
@@ -241,7 +244,7 @@ void openOutput(const Quiet &quiet) {
         s_current.wait(Opening, std::memory_order_acquire);
         return;
     }
-    s_process = getpid();
+    s_process.store(getpid(), std::memory_order_relaxed);
     OutputFile *file = config()->format == Format::Text || prepareChrome() ? claimPlace() : nullptr;
     const bool good = file && begin(*file, openTarget(), quiet);
     if (file && !good)
@@ -280,7 +283,7 @@ Opened replaceShared(const OutputFile &file) {
     if (probe >= 0 && flock(probe, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         opened.later = true;
     else if (moveAway(path, file.identity))
-        opened.descriptor = openFile(path, O_WRONLY);
+        opened.descriptor = openFile(path);
     if (probe >= 0)
         closeQuietly(probe);
     return opened;
@@ -352,7 +355,7 @@ void Output::failed(int error) const noexcept { reportOnce("can't write", target
 
 bool outputIsClosed() noexcept { return s_current.load(std::memory_order_relaxed) == Closed; }
 
-pid_t outputProcess() noexcept { return s_process; }
+pid_t outputProcess() noexcept { return s_process.load(std::memory_order_relaxed); }
 
 void closeOutput(const Quiet &quiet) noexcept {
     const int current = s_current.exchange(Closed, std::memory_order_acq_rel);

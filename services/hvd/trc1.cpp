@@ -12,7 +12,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <new>
-#include <string_view>
 
 namespace hvd {
 
@@ -50,7 +49,7 @@ void deliver(const HvdTraceEvent &event, std::uintptr_t stack) noexcept {
 // A text longer than this takes memory from malloc, or is cut when there is none.
 constexpr std::size_t shortText = 512;
 
-void deliverFormatted(HvdTraceEvent event, std::va_list arguments) {
+void deliverFormatted(HvdTraceEvent &event, std::va_list arguments) {
     char room[shortText];
     std::va_list again;
     va_copy(again, arguments);
@@ -68,24 +67,15 @@ void deliverFormatted(HvdTraceEvent event, std::va_list arguments) {
     std::free(whole);
 }
 
-// Most texts come with "%s" and need no copy.
-void deliverText(HvdTraceEvent event, std::va_list arguments) {
-    std::va_list plain;
-    va_copy(plain, arguments);
-    event.text = std::string_view(event.format) == "%s" ? va_arg(plain, const char *) : nullptr;
-    va_end(plain);
-    if (event.text)
-        deliver(event, 0);
-    else
-        deliverFormatted(event, arguments);
-}
-
-void deliverDump(HvdTraceEvent event, ...) {
+void deliverArguments(HvdTraceEvent *event, ...) {
     std::va_list arguments;
     va_start(arguments, event);
-    deliverText(event, arguments);
+    deliverFormatted(*event, arguments);
     va_end(arguments);
 }
+
+// Most texts come with "%s" and need no copy.
+bool isPlain(const char *format) { return format[0] == '%' && format[1] == 's' && format[2] == '\0'; }
 
 } // namespace
 
@@ -102,17 +92,29 @@ TOV_EXPORT void TRC1_Printf(TRC1_EPB *record, std::uint32_t line, const char *fo
     const hvd::KeepErrno keep;
     if (!hvd::isHeard())
         return;
+    HvdTraceEvent event = {HvdTraceEvent::Text, record, line, format, nullptr, nullptr, 0};
     std::va_list arguments;
     va_start(arguments, format);
-    hvd::deliverText({HvdTraceEvent::Text, record, line, format, nullptr, nullptr, 0}, arguments);
+    if (hvd::isPlain(format) && (event.text = va_arg(arguments, const char *)))
+        hvd::deliver(event, 0);
+    va_end(arguments);
+    if (event.text)
+        return;
+    va_start(arguments, format);
+    hvd::deliverFormatted(event, arguments);
     va_end(arguments);
 }
 
 TOV_EXPORT void TRC1_Dump(TRC1_EPB *record, std::uint32_t line, const void *address, std::uint32_t size,
                           const char *format, const char *text) {
     const hvd::KeepErrno keep;
-    if (hvd::isHeard())
-        hvd::deliverDump({HvdTraceEvent::Dump, record, line, format, nullptr, address, size}, text);
+    if (!hvd::isHeard())
+        return;
+    HvdTraceEvent event = {HvdTraceEvent::Dump, record, line, format, text, address, size};
+    if (hvd::isPlain(format) && text)
+        hvd::deliver(event, 0);
+    else
+        hvd::deliverArguments(&event, text);
 }
 
 TOV_EXPORT void hvdTraceSetSink(HvdTraceSink sink, void *context) {

@@ -107,6 +107,20 @@ void swallow(TRC1_EPB &record) {
     call.leave();
 }
 
+// The innermost call throws, the outermost catches.
+[[gnu::noinline]] void catching(int depth, int outermost) {
+    Call call(s_outer);
+    if (depth == 0)
+        throw 1;
+    try {
+        catching(depth - 1, outermost);
+    } catch (int) {
+        if (depth < outermost)
+            throw;
+    }
+    call.leave();
+}
+
 void text(TRC1_EPB &record, const char *text) { TRC1_Printf(&record, 11, "%s", text); }
 
 TEST_F(Chrome, EntryAndExitNestAndTextsStandBetween) {
@@ -160,6 +174,12 @@ TEST_F(Chrome, ExceptionalExitsAreClosed) {
              leaf(s_inner, false);
          },
          "next( outer( outer( outer( outer( ) ) ) ) ) inner( ) "},
+        {"by the exit of an outer call of the same function",
+         [] {
+             catching(2, 2);
+             text(s_next, "behind");
+         },
+         "outer( outer( outer( ) ) ) behind "},
         {"by the end of the process", [] { swallow(s_inner); }, "inner( ) "},
         {"by the end of the thread",
          [] {

@@ -2,6 +2,7 @@
 #include "traceprobe.h"
 
 #include <barrier>
+#include <utility>
 
 #include <pthread.h>
 #include <sys/resource.h>
@@ -319,42 +320,55 @@ TEST_F(TraceProbe, AFileIsAppendedToAndItsOwnersAlone) {
     EXPECT_EQ(0600u, status.st_mode & 0777);
 }
 
-// The size is made up: the file has a hole. Several threads and processes notice at once.
+// Starts processes at once, each of which traces in several threads.
+void traceInProcesses(const std::filesystem::path &start) {
+    std::vector<pid_t> children;
+    for (int c = 0; c < 4; ++c) {
+        children.push_back(fork());
+        if (children.back() != 0)
+            continue;
+        while (!std::filesystem::exists(start)) {
+        }
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back([] {
+                for (int i = 0; i < 10; ++i)
+                    TRC1_Printf(&s_record, 1, "%s", "text");
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        _exit(0);
+    }
+    std::ofstream{start};
+    for (pid_t child : children)
+        EXPECT_EQ(0, TraceProbe::statusOf(child));
+}
+
+// The size is made up: the file has a hole. All notice at once, but only one may rename it: the next one
+// would rename the new file, and the full one would be lost.
 TEST_F(TraceProbe, AFullFileIsRenamedOnceAndBegunAnew) {
-    std::ofstream(path("trace")) << "former\n";
-    std::filesystem::resize_file(path("trace"), (std::uintmax_t{64} << 20) - 100);
-    const auto inode = [](const std::filesystem::path &file) {
-        struct stat status;
-        return stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
-    };
-    const ino_t former = inode(path("trace"));
-    const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}}, [] {
-        levelOf(s_record);
-        std::vector<pid_t> children;
-        for (int c = 0; c < 4; ++c)
-            if (const pid_t child = fork(); child != 0)
-                children.push_back(child);
-            else {
-                std::vector<std::thread> threads;
-                for (int t = 0; t < 4; ++t)
-                    threads.emplace_back([] {
-                        for (int i = 0; i < 100; ++i)
-                            TRC1_Printf(&s_record, 1, "%s", "text");
-                    });
-                for (std::thread &thread : threads)
-                    thread.join();
-                _exit(0);
-            }
-        for (pid_t child : children)
-            EXPECT_EQ(0, statusOf(child));
-    });
-    EXPECT_EQ(0, outcome.status) << outcome.err;
-    EXPECT_EQ("", outcome.err);
-    EXPECT_EQ(former, inode(path("trace.1")));
-    EXPECT_FALSE(std::filesystem::exists(path("trace.1.1")));
-    const std::string full = contents(path("trace.1"));
-    EXPECT_EQ(1600u, count(full, " text\n") + count(contents(path("trace")), " text\n"));
-    EXPECT_LT(full.size(), (std::size_t{64} << 20) + 100000);
+    constexpr std::uintmax_t limit = std::uintmax_t{64} << 20;
+    for (const std::uintmax_t size : {limit, limit - 1000})
+        for (int round = 0; round < 20; ++round) {
+            SCOPED_TRACE(round);
+            for (const char *name : {"start", "trace", "trace.1"})
+                std::filesystem::remove(path(name));
+            std::ofstream(path("trace")) << "former\n";
+            std::filesystem::resize_file(path("trace"), size);
+            const Outcome outcome = run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}}, [&] {
+                levelOf(s_record);
+                traceInProcesses(path("start"));
+            });
+            EXPECT_EQ(0, outcome.status);
+            EXPECT_EQ("", outcome.err);
+            std::ifstream full(path("trace.1"));
+            std::string former;
+            std::getline(full, former);
+            ASSERT_EQ("former", former);
+            full.seekg(static_cast<std::streamoff>(size));
+            const std::string rest{std::istreambuf_iterator<char>(full), {}};
+            EXPECT_EQ(160u, count(rest, " text\n") + count(contents(path("trace")), " text\n"));
+        }
 }
 
 TEST_F(TraceProbe, AnUnknownFormatIsReportedAndTextIsWritten) {
@@ -427,8 +441,6 @@ TEST_F(TraceProbe, CancellationAndSignalHandlersWaitForTheEndOfAnEvent) {
     }
 }
 
-// The sink ------------------------------------------------------------------------------------------------
-
 struct Seen {
     static void take(void *context, const HvdTraceEvent &event) {
         static_cast<Seen *>(context)->events.push_back(
@@ -439,6 +451,75 @@ struct Seen {
     }
     std::vector<std::string> events;
 };
+
+// Exhausted memory ----------------------------------------------------------------------------------------
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(TOV_THREAD_SANITIZER) // their own memory has no limit
+/// Holds all memory that this process can get while it lives.
+class NoMemory {
+public:
+    NoMemory() {
+        volatile char stack[1 << 18]; // the stack could not grow any more, either
+        for (std::size_t at = 0; at < sizeof stack; at += 1024)
+            stack[at] = 0;
+        getrlimit(RLIMIT_AS, &m_limit);
+        const rlimit none{0, m_limit.rlim_max};
+        setrlimit(RLIMIT_AS, &none);
+        for (std::size_t size = std::size_t{1} << 24; size >= sizeof(void *); size /= 2)
+            while (void *block = std::malloc(size)) {
+                *static_cast<void **>(block) = m_blocks;
+                m_blocks = block;
+            }
+    }
+    ~NoMemory() {
+        setrlimit(RLIMIT_AS, &m_limit);
+        while (m_blocks)
+            std::free(std::exchange(m_blocks, *static_cast<void **>(m_blocks)));
+    }
+    NoMemory(const NoMemory &) = delete;
+    NoMemory &operator=(const NoMemory &) = delete;
+
+private:
+    rlimit m_limit{};
+    void *m_blocks = nullptr;
+};
+
+TEST_F(TraceProbe, ExhaustedMemoryDisturbsNobody) {
+    const std::string longText(50000, 'x');
+    for (const char *format : {"text", "chrome"})
+        for (const bool early : {true, false}) {
+            SCOPED_TRACE(std::string(format) + (early ? ", tracing before" : ", from the first event on"));
+            const Outcome outcome =
+                run({{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}, {"HVD_TRACE_FORMAT", format}},
+                    [&] {
+                        if (early)
+                            traceABit();
+                        {
+                            const NoMemory none;
+                            traceABit();
+                            TRC1_Printf(&s_record, 30, "+ %s", longText.c_str());
+                            TRC1_Dump(&s_record, 31, longText.data(), 50000, "%s", "long");
+                            hvdTraceSetSink(Seen::take, nullptr);
+                            hvdTraceSetLevels("*=flow,Other=all");
+                        }
+                        traceABit();
+                    });
+            EXPECT_EQ(0, outcome.status);
+            const std::string trace = contents(path("trace"));
+            if (format == std::string("text")) {
+                EXPECT_EQ(early ? 9u : 3u, count(trace, " Entry\n"));
+                EXPECT_EQ(early ? 3125u : 0u, count(trace, "78787878 78787878 78787878 78787878"));
+                rests(trace);
+            } else {
+                EXPECT_EQ("\n]\n", trace.substr(trace.size() - 3));
+                EXPECT_EQ(count(trace, "\"ph\":\"B\""), count(trace, "\"ph\":\"E\""));
+            }
+            std::filesystem::remove(path("trace"));
+        }
+}
+#endif
+
+// The sink ------------------------------------------------------------------------------------------------
 
 TEST_F(TraceProbe, ASinkGetsEveryEventInPlaceOfTheOutput) {
     const Outcome outcome = run({{"HVD_TRACE", "*=all"}}, [] {

@@ -43,15 +43,16 @@ inline std::uint32_t levelOf(TRC1_EPB &record) {
     return record.sequence != record.unitSequence->load() ? TRC1_Sync(&record) : record.level.load();
 }
 
-/// A traced function's entry and exit; without leave(), as an exception leaves it.
+/// A traced function's entry and exit; without leave(), as an exception leaves it. Inline in every build,
+/// so that the stack stands at the same place at both.
 class Call {
 public:
-    explicit Call(TRC1_EPB &record, std::uint32_t line = 10)
+    [[gnu::always_inline]] explicit Call(TRC1_EPB &record, std::uint32_t line = 10)
         : m_record(record), m_entered(levelOf(record) & TRC1_FLOW) {
         if (m_entered)
             TRC1_Event(&m_record, line, TRC1_ENTER);
     }
-    void leave(std::uint32_t line = 20) {
+    [[gnu::always_inline]] void leave(std::uint32_t line = 20) {
         if (m_entered)
             TRC1_Event(&m_record, line, TRC1_LEAVE);
     }
@@ -86,18 +87,7 @@ struct Outcome {
 };
 
 class TraceProbe : public testing::Test {
-protected:
-    using Environment = std::map<std::string, std::string>;
-
-    void SetUp() override {
-        std::string name = (std::filesystem::temp_directory_path() / "hvdtest.XXXXXX").string();
-        ASSERT_NE(nullptr, mkdtemp(name.data()));
-        m_folder = name;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::filesystem::path path(const std::string &name) const { return m_folder / name; }
-
+public:
     /// Waits for the child; one that hangs is ended.
     static int statusOf(pid_t child) {
         using namespace std::chrono;
@@ -111,6 +101,18 @@ protected:
         waitpid(child, nullptr, 0);
         return -1;
     }
+
+protected:
+    using Environment = std::map<std::string, std::string>;
+
+    void SetUp() override {
+        std::string name = (std::filesystem::temp_directory_path() / "hvdtest.XXXXXX").string();
+        ASSERT_NE(nullptr, mkdtemp(name.data()));
+        m_folder = name;
+    }
+    void TearDown() override { std::filesystem::remove_all(m_folder); }
+
+    std::filesystem::path path(const std::string &name) const { return m_folder / name; }
 
     /// Runs `body` with the variables in a child, which then ends as a program does, through exit.
     Outcome run(const Environment &environment, const std::function<void()> &body) const {
