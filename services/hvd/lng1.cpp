@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::size_t c_longestText = 64; // language and country of 11, a name of 31, two separators
+constexpr std::size_t c_longestText = 96; // language and country of 11, a name of 60, two separators
 constexpr std::size_t c_mostBytes = c_longestText * 9; // for the longest character of any code page
 
 // A text item, made in place, because nothing here may fail for want of memory.

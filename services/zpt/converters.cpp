@@ -143,6 +143,7 @@ bool isEbcdic(UConverter *icu) {
     return false;
 }
 
+// In these a character is the same wherever it stands.
 Flat flatness(UConverterType type) {
     switch (type) {
     case UCNV_SBCS:

@@ -27,11 +27,11 @@ constexpr std::uint16_t c_firstPair = 0x200;
 
 struct ToUnitsTable {
     bool twoBytes = false;
-    bool ascii = false;                                                  // the first 128 bytes are ASCII
-    bool complete = false;                                               // every single byte has its unit
-    char16_t one[c_row] = {};                                            // by the byte
-    std::uint8_t rowOf[c_row] = {};                                      // by the lead byte; row 0 is empty
-    std::vector<char16_t> rows = std::vector<char16_t>(c_row, c_noUnit); // by the trail byte
+    bool ascii = false;             // the first 128 bytes are ASCII
+    bool complete = false;          // every single byte has its unit
+    char16_t one[c_row] = {};       // by the byte
+    std::uint8_t rowOf[c_row] = {}; // by the lead byte; row 0 is empty
+    std::vector<char16_t> rows;     // by the trail byte
 
     char16_t unitOf(unsigned char lead, unsigned char trail) const {
         return rows[rowOf[lead] * c_row + trail];
@@ -104,6 +104,7 @@ bool isAscii(F mapped) {
 std::unique_ptr<ToUnitsTable> makeToUnits(Flat flat, UConverter *icu) {
     auto table = std::make_unique<ToUnitsTable>();
     table->twoBytes = flat == Flat::TwoBytes;
+    table->rows.assign(c_row, c_noUnit);
     for (unsigned lead = 0; lead < c_row; ++lead) {
         const char byte = static_cast<char>(lead);
         const auto answer = ask<ToUnits>(icu, &byte, 1);
@@ -113,6 +114,7 @@ std::unique_ptr<ToUnitsTable> makeToUnits(Flat flat, UConverter *icu) {
     }
     table->ascii = isAscii([&](unsigned i) { return static_cast<unsigned>(table->one[i]); });
     table->complete = std::find(table->one, table->one + c_row, c_noUnit) == table->one + c_row;
+    table->rows.shrink_to_fit();
     return table;
 }
 

@@ -12,7 +12,9 @@ namespace zpt {
 
 namespace {
 
-constexpr std::size_t c_mostElements = 0x3FFFFFFF; // ICU refuses longer arrays
+// ICU refuses longer arrays, of bytes and of units.
+template <class Element>
+constexpr std::size_t c_most = 0x7FFFFFFF / sizeof(Element);
 
 struct Pass {
     Progress progress;
@@ -52,10 +54,11 @@ std::size_t withoutHalfPair(const char *, std::size_t written) { return written;
 template <class Direction>
 Stretch convertStretch(UConverter *icu, const typename Direction::Source *source, std::size_t count,
                        typename Direction::Target *target, std::size_t room, bool last) {
-    const std::size_t usedRoom = std::min(room, c_mostElements);
-    std::size_t length = std::min(count, c_mostElements);
-    bool flush = last && length == count;
-    End end = End::Source;
+    const std::size_t usedRoom = std::min(room, c_most<typename Direction::Target>);
+    std::size_t length = std::min(count, c_most<typename Direction::Source>);
+    const bool tooLong = length < count; // ends like a full target, for the state can't be carried on
+    bool flush = last || tooLong;
+    End end = tooLong ? End::TargetFull : End::Source;
     const auto stopped = [&](Progress at) {
         if (end == End::TargetFull)
             at.written = withoutHalfPair(target, at.written);
