@@ -477,7 +477,7 @@ TEST(FastHeapMode, IsReadOnceAtTheFirstUse) {
     });
     inNewProcess([] {
         setenv("TOV_FAST_HEAP", "off", 1);
-        TovFastHeap::deallocate(::operator new(64));
+        TovFastHeap::deallocate(::operator new(sizeof(void *)));
         unsetenv("TOV_FAST_HEAP");
         EXPECT_TRUE(isOff());
     });
@@ -520,7 +520,7 @@ TEST(FastHeapOff, IsPlainOperatorNewOnOneHeapThatNeverEnds) {
                 TovFastHeap::deallocate(object);
             }
         ::operator delete(heap->allocate(1));
-        TovFastHeap::deallocate(::operator new(1));
+        TovFastHeap::deallocate(::operator new(sizeof(void *)));
         EXPECT_EQ(before, liveAllocations());
         EXPECT_EQ(4000U, wordAt<std::uint32_t>(&heap->getMemStack(), 0));
 

@@ -11,6 +11,12 @@ constexpr std::size_t c_watchedSize = 123456; // no block of anybody else is as 
 long s_taken = 0;
 void *s_watched = nullptr;
 
+void give(void *block) {
+    if (block == s_watched)
+        s_watched = nullptr;
+    std::free(block);
+}
+
 } // namespace
 
 void *operator new(std::size_t size) {
@@ -24,15 +30,9 @@ void *operator new(std::size_t size) {
     return block;
 }
 
-static void watchedFree(void *block) {
-    if (block == s_watched)
-        s_watched = nullptr;
-    std::free(block);
-}
+void operator delete(void *block) noexcept { give(block); }
 
-void operator delete(void *block) noexcept { watchedFree(block); }
-
-void operator delete(void *block, std::size_t) noexcept { watchedFree(block); }
+void operator delete(void *block, std::size_t) noexcept { give(block); }
 
 namespace {
 
