@@ -7,6 +7,8 @@
 #include <tovutil/tovbuffs.h>
 #include <tovutil/tovcache.h>
 #include <tovutil/tovdump.h>
+#include <tovutil/toverrio.h>
+#include <tovutil/tovldapu.h>
 #include <tovutil/tovpath.h>
 #include <tovutil/tovslibc.h>
 #include <tovutil/tovutil.h>
@@ -15,11 +17,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -184,6 +189,81 @@ TEST(OutOfMemory, Cache) {
         });
     failEachAllocation<std::bad_alloc>(
         filled, [](auto &cache) { cache->setMaxSize(1, 10); }, [](auto &) {});
+}
+
+struct StringSink : TovDataOutput {
+    StringSink() { bytes.reserve(2000); }
+    void write(const char *data, unsigned length) override { bytes.append(data, length); }
+    std::string bytes;
+};
+
+struct StringSource : TovDataInput::Stream {
+    explicit StringSource(const std::string &all) : rest(all) {}
+    void read(char *data, unsigned length) override {
+        rest.copy(data, length);
+        rest.remove_prefix(length);
+    }
+    std::string_view rest;
+};
+
+TEST(OutOfMemory, ErrorRecord) {
+    const auto make = [] {
+        return TovErrorFull(5, "CODE", 7, "LAYER", 8, "REASON", 6, TovError::Error, 9, "from", "version",
+                            "file.cpp", "build", s_longText, nullptr);
+    };
+    StringSink whole;
+    whole << make();
+    failEachAllocation<TovError>([&] { return std::make_pair(make(), std::make_unique<StringSink>()); },
+                                 [](auto &pair) { *pair.second << pair.first; },
+                                 [](auto &pair) { EXPECT_EQ("", pair.second->bytes) << "all or nothing"; });
+    failEachAllocation<FAILS_WITH_EITHER>([] { return TovErrorFull(); },
+                                          [&](TovErrorFull &error) {
+                                              StringSource source(whole.bytes);
+                                              TovDataInput in(source);
+                                              in >> error;
+                                          },
+                                          [&](TovErrorFull &error) {
+                                              const TovErrorFull copy(error);
+                                              EXPECT_STREQ(error.getErrorMessage(), copy.getErrorMessage());
+                                              StringSource source(whole.bytes);
+                                              TovDataInput in(source);
+                                              in >> error;
+                                              EXPECT_STREQ(make().getErrorMessage(), error.getErrorMessage());
+                                          });
+}
+
+TEST(OutOfMemory, LdapUrls) {
+    const TovString url = "ldap://host/dc=" + s_longText;
+    ::setenv("QMDDIR", url.c_str(), 1);
+    canBeRepeated<TovError>([&] { EXPECT_EQ(url, TovLdapUtil::getDefaultUrl()); });
+    canBeRepeated<TovError>([&] { EXPECT_EQ("dc=" + s_longText, TovLdapUtil::extractContextDn(url)); });
+    canBeRepeated<TovError>(
+        [] { EXPECT_EQ("ldap://host/" + s_longText, TovLdapUtil::makeUrl("", "", "", s_longText)); });
+    canBeRepeated<TovError>([] {
+        EXPECT_EQ("file:///" + s_longText + "/dc=" + s_longText,
+                  TovLdapUtil::makeUrl(s_longText, "", "", ""));
+    });
+    canBeRepeated<TovError>([] { TovLdapUtil::makeUrl("", s_longText, s_longText, s_longText); });
+    failEachAllocation<TovError>([] { return TovString("before"); },
+                                 [](TovString &dir) { tovGetQMDDIR(dir); },
+                                 [](const TovString &dir) { EXPECT_EQ("before", dir); });
+    ::unsetenv("QMDDIR");
+    const DroppedTrace trace("TovLdapUtil::*=all");
+    canBeRepeated<std::bad_alloc>([] { TovLdapUtil::checkUrl("url"); });
+}
+
+TEST(OutOfMemory, LdapNames) {
+    const TovUString dn(50, u',');
+    canBeRepeated<TovError>([&] { EXPECT_EQ(100U, TovLdapUtil::dnEscape(dn).size()); });
+    canBeRepeated<TovError>([&] { EXPECT_EQ(dn, TovLdapUtil::dnUnEscape(dn)); });
+    canBeRepeated<FAILS_WITH_EITHER>([] {
+        try {
+            TovLdapUtil::dnUnEscape(u"\\");
+        } catch (const TovError &error) {
+            if (error.getReturnCode() != TOVRC_INTERNAL_ERROR)
+                throw;
+        }
+    });
 }
 
 } // namespace
