@@ -38,6 +38,7 @@ void TovFastStrStreambuf::grow() {
                  TOV_CODE(TOVRC_INTERNAL_ERROR));
     m_data = static_cast<char *>(TovAllocator::reallocate(m_data, m_length, length));
     m_length = length;
+    setbuf(m_data, static_cast<std::streamsize>(m_length)); // for derived classes; the base does nothing
     setp(m_data + written, m_data + m_length);
 }
 

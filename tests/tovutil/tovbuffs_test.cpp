@@ -9,6 +9,7 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -92,7 +93,21 @@ TEST(TovFastStrStreambuf, IsNotReadThroughTheStream) {
 
 struct Opened : TovFastStrStreambuf {
     using TovFastStrStreambuf::overflow;
+    std::streambuf *setbuf(char *block, std::streamsize length) override {
+        blocks.emplace_back(block, length);
+        return this;
+    }
+    std::vector<std::pair<const char *, std::streamsize>> blocks;
 };
+
+TEST(TovFastStrStreambuf, TellsADerivedClassItsBlocks) {
+    Opened buffer;
+    std::ostream(&buffer) << counted(129);
+    ASSERT_EQ(2U, buffer.blocks.size());
+    EXPECT_EQ(128, buffer.blocks[0].second);
+    EXPECT_EQ(256, buffer.blocks[1].second);
+    EXPECT_EQ(buffer.getBuffer(), buffer.blocks[1].first);
+}
 
 TEST(TovFastStrStreambuf, HasNothingToDoForTheEnd) {
     Opened buffer;
