@@ -196,6 +196,17 @@ struct PairHelper final : TovUtCacheHelper {
     void destroy(void *value) override { delete static_cast<Entry *>(value); }
 };
 
+// A second client, so that a compiler that sees only one of them can't guess the targets of the models'
+// calls; the library's are never guessed.
+struct OtherHelper final : TovUtCacheHelper {
+    unsigned hash(void *) override { return 0; }
+    bool equal(void *, void *) override { return false; }
+    void *getKey(void *value) override { return value; }
+    void *create(void *key, void *) override { return key; }
+    void destroy(void *) override {}
+};
+[[maybe_unused]] TovUtCacheHelper *volatile s_otherHelper = new OtherHelper;
+
 class Untyped {
 public:
     virtual ~Untyped() = default;

@@ -14,16 +14,15 @@ namespace tovbench {
 
 namespace {
 
-// The pieces of a text of `size` bytes: words, and here and there a number or a single character.
+// A text of `size` bytes in pieces, some words and a single character each.
 void write(std::ostream &os, std::size_t size) {
-    static constexpr std::string_view word = "a word or two, ";
+    static constexpr std::string_view words = "some words of a line";
     std::size_t done = 0;
-    for (; done + 20 <= size; done += 20) {
-        os << word;
-        os.put('#');
-        os << 1234;
+    for (; done + words.size() + 1 <= size; done += words.size() + 1) {
+        os << words;
+        os.put('\n');
     }
-    os << std::string_view("...................").substr(0, size - done);
+    os << words.substr(0, size - done);
 }
 
 const std::string &expected(std::size_t size) {

@@ -31,10 +31,7 @@ namespace {
 constinit __random_generator s_generator = {};
 constinit bool s_seeded = false;
 
-} // namespace
-
-std::uint32_t __long_random(std::uint32_t limit) {
-    assert(limit != 0);
+std::uint32_t nextWord() {
     auto &mutex =
         *static_cast<tovdetail::ModuleMutex *>(TovRandom::ms_pool.get(TovRandom::ms_lock, TovRandom_init));
     const std::lock_guard lock(mutex);
@@ -42,7 +39,14 @@ std::uint32_t __long_random(std::uint32_t limit) {
         s_generator.seed(161803398);
         s_seeded = true;
     }
-    return s_generator.next() % limit;
+    return s_generator.next();
+}
+
+} // namespace
+
+std::uint32_t __long_random(std::uint32_t limit) {
+    assert(limit != 0);
+    return nextWord() % limit; // outside of the lock, because others wait for that alone
 }
 
 long lrand48() noexcept { return static_cast<long>(__long_random(0x7FFFFFFF)); }

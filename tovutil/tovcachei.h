@@ -20,8 +20,8 @@ template <class Alloc>
 class TovUtCacheImplT {
 public:
     TovUtCacheImplT(TovUtCacheHelper *helper, std::uint32_t maxSize)
-        : m_helper(helper), m_maxSize(checkedLimit(maxSize)), m_count(0), m_table(HashHelper{this}, maxSize),
-          m_spare(nullptr) {}
+        : m_helper(helper), m_maxSize(checkedLimit(maxSize)), m_count(0), m_table(maxSize), m_spare(nullptr) {
+    }
     ~TovUtCacheImplT();
     TovUtCacheImplT(const TovUtCacheImplT &) = delete;
     TovUtCacheImplT &operator=(const TovUtCacheImplT &) = delete;
@@ -87,8 +87,8 @@ private:
     struct HashHelper {
         TovUtCacheImplT *m_cache;
 
-        std::uint32_t hash(const HashNode &node) const { return m_cache->m_helper->hash(node.key); }
-        bool equal(const HashNode &stored, const HashNode &probed) const {
+        std::uint32_t hash(HashNode node) const { return m_cache->m_helper->hash(node.key); }
+        bool equal(HashNode stored, HashNode probed) const {
             return m_cache->m_helper->equal(stored.key, probed.key);
         }
     };
@@ -96,27 +96,28 @@ private:
     // Chains of entries; it does not own them.
     class HashTable {
     public:
-        HashTable(HashHelper helper, std::uint32_t size) : m_helper(helper), m_buckets(primeFor(size)) {}
+        explicit HashTable(std::size_t size)
+            : m_buckets(primeFor(size)), m_reciprocal(~std::uint64_t{0} / m_buckets.size() + 1) {}
 
         std::size_t bucketCount() const { return m_buckets.size(); }
-        std::uint32_t hash(const HashNode &node) const { return m_helper.hash(node); }
-        Entry *find(std::uint32_t hash, const HashNode &probed) const;
+        Entry *find(std::uint32_t hash, HashNode probed, HashHelper helper);
         void insert(std::uint32_t hash, Entry &entry);
-        Entry &remove(std::uint32_t hash, const ListElement &position);
-        void grow(std::size_t size);
+        void remove(std::uint32_t hash, Entry &entry);
+        void grow(std::size_t size, HashHelper helper);
         void clear() { std::fill(m_buckets.begin(), m_buckets.end(), nullptr); }
 
     private:
-        using Buckets =
-            std::vector<Entry *, typename std::allocator_traits<Alloc>::template rebind_alloc<Entry *>>;
-
         static std::size_t primeFor(std::size_t size);
-        static void push(Buckets &buckets, std::uint32_t hash, Entry &entry) {
-            entry.chain = std::exchange(buckets[hash % buckets.size()], &entry);
+
+        // The bucket hash % count, without a division, which takes longer than all else in a hit: the low
+        // 64 bits of hash * reciprocal are the fraction of count that the remainder is.
+        Entry *&bucket(std::uint32_t hash) {
+            __extension__ using Wide = unsigned __int128;
+            return m_buckets[static_cast<std::size_t>(Wide{hash * m_reciprocal} * m_buckets.size() >> 64)];
         }
 
-        HashHelper m_helper;
-        Buckets m_buckets;
+        std::vector<Entry *, typename std::allocator_traits<Alloc>::template rebind_alloc<Entry *>> m_buckets;
+        std::uint64_t m_reciprocal;
     };
 
     using EntryAlloc = typename std::allocator_traits<Alloc>::template rebind_alloc<Entry>;
@@ -186,7 +187,8 @@ TovUtCacheImplT<Alloc>::~TovUtCacheImplT() {
 template <class Alloc>
 void *TovUtCacheImplT<Alloc>::find(void *key) {
     const HashNode probed{key, nullptr};
-    Entry *entry = m_table.find(m_table.hash(probed), probed);
+    const HashHelper helper{this};
+    Entry *entry = m_table.find(helper.hash(probed), probed, helper);
     if (!entry)
         return nullptr;
     m_list.moveToFront(*entry->node.position);
@@ -195,10 +197,11 @@ void *TovUtCacheImplT<Alloc>::find(void *key) {
 
 template <class Alloc>
 void *TovUtCacheImplT<Alloc>::insert(void *key, void *argument, bool *created) {
-    m_table.grow(std::size_t{m_count} + 1);
+    const HashHelper helper{this};
+    m_table.grow(std::size_t{m_count} + 1, helper);
     const HashNode probed{key, nullptr};
-    const std::uint32_t hash = m_table.hash(probed);
-    Entry *present = m_table.find(hash, probed);
+    const std::uint32_t hash = helper.hash(probed);
+    Entry *present = m_table.find(hash, probed, helper);
     if (created)
         *created = !present;
     if (present) {
@@ -220,13 +223,15 @@ void *TovUtCacheImplT<Alloc>::insert(void *key, void *argument, bool *created) {
 
 template <class Alloc>
 void TovUtCacheImplT<Alloc>::evict() {
-    void *value = m_list.back().value;
-    const HashNode oldest{m_helper->getKey(value), nullptr};
-    Entry &entry = m_table.remove(m_table.hash(oldest), m_list.back());
-    m_helper->destroy(value);
+    Entry &entry = static_cast<Entry &>(m_list.back());
+    const HashNode oldest{m_helper->getKey(entry.value), &entry};
+    m_table.remove(HashHelper{this}.hash(oldest), entry);
+    m_helper->destroy(entry.value);
     m_list.remove(entry);
     --m_count;
     free(entry);
+    if (!m_list.empty())
+        __builtin_prefetch(m_list.back().value); // a full cache drops that one next
 }
 
 template <class Alloc>
@@ -246,7 +251,7 @@ void TovUtCacheImplT<Alloc>::setMaxSize(std::uint32_t a, std::uint32_t b) {
     const std::uint32_t maxSize = checkedLimit(a * b + 1);
     while (m_count > maxSize)
         evict();
-    m_table.grow(maxSize);
+    m_table.grow(maxSize, HashHelper{this});
     m_maxSize = maxSize;
 }
 
@@ -286,41 +291,45 @@ void TovUtCacheImplT<Alloc>::release(Entry *entry) {
 
 template <class Alloc>
 typename TovUtCacheImplT<Alloc>::Entry *
-TovUtCacheImplT<Alloc>::HashTable::find(std::uint32_t hash, const HashNode &probed) const {
-    Entry *entry = m_buckets[hash % m_buckets.size()];
-    while (entry && !m_helper.equal(entry->node, probed))
+TovUtCacheImplT<Alloc>::HashTable::find(std::uint32_t hash, HashNode probed, HashHelper helper) {
+    Entry *entry = bucket(hash);
+    while (entry && !helper.equal(entry->node, probed))
         entry = entry->chain;
     return entry;
 }
 
+// At the end of its chain, so that the entries that are dropped first are found first.
 template <class Alloc>
 void TovUtCacheImplT<Alloc>::HashTable::insert(std::uint32_t hash, Entry &entry) {
-    push(m_buckets, hash, entry);
-}
-
-template <class Alloc>
-typename TovUtCacheImplT<Alloc>::Entry &
-TovUtCacheImplT<Alloc>::HashTable::remove(std::uint32_t hash, const ListElement &position) {
-    Entry **link = &m_buckets[hash % m_buckets.size()];
-    while ((*link)->node.position != &position) {
+    Entry **link = &bucket(hash);
+    while (*link)
         link = &(*link)->chain;
-        assert(*link); // else the helper's getKey() or hash() has changed its mind
-    }
-    return *std::exchange(*link, (*link)->chain);
+    *link = &entry;
+    entry.chain = nullptr;
 }
 
 template <class Alloc>
-void TovUtCacheImplT<Alloc>::HashTable::grow(std::size_t size) {
+void TovUtCacheImplT<Alloc>::HashTable::remove(std::uint32_t hash, Entry &entry) {
+    Entry **link = &bucket(hash);
+    while (*link != &entry) {
+        assert(*link); // else the helper's getKey() or hash() has changed its mind
+        link = &(*link)->chain;
+    }
+    *link = entry.chain;
+}
+
+template <class Alloc>
+void TovUtCacheImplT<Alloc>::HashTable::grow(std::size_t size, HashHelper helper) {
     if (size <= m_buckets.size())
         return;
-    Buckets grown(primeFor(size));
+    HashTable grown(size);
     for (Entry *chain : m_buckets) {
         while (chain) {
             Entry &entry = *std::exchange(chain, chain->chain);
-            push(grown, m_helper.hash(entry.node), entry);
+            grown.insert(helper.hash(entry.node), entry);
         }
     }
-    m_buckets.swap(grown);
+    *this = std::move(grown);
 }
 
 template <class Alloc>
