@@ -92,6 +92,23 @@ TEST(OutOfMemory, StreamBuffer) {
                                  });
 }
 
+TEST(OutOfMemory, TracedStreamBuffer) {
+    const DroppedTrace trace("TovFastStrStreambuf::*=all");
+    failEachAllocation<FAILS_WITH_EITHER>([] { return std::make_unique<TovFastStrStreambuf>(); },
+                                          [](auto &buffer) {
+                                              buffer->sputc('x');
+                                              EXPECT_EQ('x', *buffer->getBuffer());
+                                          },
+                                          [](auto &buffer) { EXPECT_EQ('y', buffer->sputc('y')); });
+}
+
+TEST(OutOfMemory, TracedRandomRelease) {
+    const DroppedTrace trace("TovPoolCtrl::release=all");
+    failEachAllocation<std::bad_alloc>([] { return __long_random(100); },
+                                       [](unsigned) { TovRandom_release(); },
+                                       [](unsigned) { EXPECT_LT(__long_random(100), 100U); });
+}
+
 TEST(OutOfMemory, Random) {
 #ifdef TOV_THREAD_SANITIZER
     GTEST_SKIP() << "the sanitizer's own pthread_once does not let an exception through";
@@ -230,6 +247,14 @@ TEST(OutOfMemory, ErrorRecord) {
                                               in >> error;
                                               EXPECT_STREQ(make().getErrorMessage(), error.getErrorMessage());
                                           });
+}
+
+TEST(OutOfMemory, StandardOutput) {
+    // A standard stream makes an error state of its buffer's failure.
+    canBeRepeated<std::bad_alloc>([] {
+        std::ostringstream os;
+        TovStdOutputStream(os).write(s_longText.data(), 100);
+    });
 }
 
 TEST(OutOfMemory, LdapUrls) {
