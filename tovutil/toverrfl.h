@@ -33,6 +33,9 @@ enum : std::uint32_t { TOVOP_REPOSITORY = 101 };
 /// The number and the name of a constant, as the errors' constructors take them.
 #define TOV_CODE(constant) constant, #constant
 
+class TovDataInput;
+class TovDataOutput;
+
 class TOV_EXPORT TovErrorFull : public TovError {
 public:
     /// Numbers 0, type Api, empty texts.
@@ -79,6 +82,10 @@ public:
     [[noreturn]] static void throwBadAlloc();
 
 private:
+    // Its byte record: toverrio.h.
+    friend TovDataOutput &operator<<(TovDataOutput &out, const TovErrorFull &error);
+    friend TovDataInput &operator>>(TovDataInput &in, TovErrorFull &error);
+
     TovString composedMessage() const;
     TovString composedLocation() const;
     void compose() const;
