@@ -11,6 +11,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -431,6 +432,11 @@ bool isOff() { return TovFastHeap::create(0) == TovFastHeap::create(0); }
 struct ModeRow {
     const char *value;
     bool off;
+
+    // Without it the test library prints the bytes, those between the fields included.
+    friend std::ostream &operator<<(std::ostream &os, const ModeRow &row) {
+        return os << (row.value ? row.value : "unset");
+    }
 };
 
 class FastHeapMode : public testing::TestWithParam<ModeRow> {};
