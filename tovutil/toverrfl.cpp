@@ -172,12 +172,31 @@ Composer &operator<<(Composer &out, NameOr value) {
 
 } // namespace
 
+namespace {
+
+// Whether this thread is composing. What it calls then, a derived error's text or the handler of exhausted
+// memory, may read another error: it composes under the lock that its thread has.
+constinit thread_local bool t_composing = false;
+
+class Composing {
+public:
+    Composing() { t_composing = true; }
+    ~Composing() { t_composing = false; }
+    Composing(const Composing &) = delete;
+    Composing &operator=(const Composing &) = delete;
+};
+
+} // namespace
+
 void TovErrorFull::checkMods() const {
     if (!hasMods())
         return;
+    if (t_composing)
+        return compose();
     auto &mutex =
         *static_cast<tovdetail::ModuleMutex *>(TovErrFl::ms_pool.get(TovErrFl::ms_lock, TovErrFl_init));
     const std::lock_guard lock(mutex);
+    const Composing composing;
     if (hasMods())
         compose();
 }

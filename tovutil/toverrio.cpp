@@ -119,6 +119,12 @@ TovDataInput &operator>>(TovDataInput &in, TovErrorFull &error) {
     return in;
 }
 
+TovDataOutput::~TovDataOutput() = default;
+
+TovDataInput::Stream::~Stream() = default;
+
+TovOutputStream::~TovOutputStream() = default;
+
 TovStdOutputStream::~TovStdOutputStream() = default;
 
 void TovStdOutputStream::write(const char *bytes, unsigned length) {

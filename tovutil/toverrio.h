@@ -33,7 +33,7 @@
 /// Where a record goes.
 class TOV_EXPORT TovDataOutput {
 public:
-    virtual ~TovDataOutput() = default;
+    virtual ~TovDataOutput();
 
     /// Takes exactly these bytes, behind those of the calls before. `length` may be 0.
     virtual void write(const char *bytes, unsigned length) = 0;
@@ -44,7 +44,7 @@ class TOV_EXPORT TovDataInput {
 public:
     class TOV_EXPORT Stream {
     public:
-        virtual ~Stream() = default;
+        virtual ~Stream();
 
         /// Delivers exactly `length` bytes, which is never 0, or raises.
         virtual void read(char *bytes, unsigned length) = 0;
@@ -68,7 +68,7 @@ TOV_EXPORT TovDataInput &operator>>(TovDataInput &in, TovErrorFull &error);
 /// A sink of bytes.
 class TOV_EXPORT TovOutputStream {
 public:
-    virtual ~TovOutputStream() = default;
+    virtual ~TovOutputStream();
     virtual void write(const char *bytes, unsigned length) = 0;
 };
 

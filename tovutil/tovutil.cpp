@@ -156,7 +156,13 @@ constinit pthread_once_t ForkHandlers::s_once = PTHREAD_ONCE_INIT;
 constinit pthread_mutex_t ForkHandlers::s_mutex = PTHREAD_MUTEX_INITIALIZER;
 constinit ModuleMutex *ForkHandlers::s_head = nullptr;
 
+// A child that is made while the handlers are being registered registers them again, so that its own forks
+// call them twice.
+constinit thread_local int t_forking = 0;
+
 void ForkHandlers::lockAll() {
+    if (t_forking++ != 0)
+        return;
     pthread_mutex_lock(&TovPoolCtrlListImpl::ms_mutex);
     for (auto *list = TovPoolCtrlListImpl::ms_head; list; list = list->m_next)
         pthread_mutex_lock(&list->m_mutex);
@@ -166,6 +172,8 @@ void ForkHandlers::lockAll() {
 }
 
 void ForkHandlers::unlockAll() {
+    if (--t_forking != 0)
+        return;
     for (ModuleMutex *mutex = s_head; mutex; mutex = mutex->m_next)
         mutex->unlock();
     pthread_mutex_unlock(&s_mutex);

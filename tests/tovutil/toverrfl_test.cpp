@@ -184,13 +184,16 @@ TEST(TovErrorFull, MayBeReadAndCopiedByManyThreads) {
         thread.join();
 }
 
-class OwnText : public TovErrorFull {
+// Reads another error while its own text is composed.
+class TextOfAnother : public TovErrorFull {
 public:
-    TovString getErrString() const override { return "own"; }
+    TovString getErrString() const override { return Fields{.text = "inner"}.make().getErrorMessage(); }
 };
 
 TEST(TovErrorFull, AsksDerivedErrorsForTheirText) {
-    EXPECT_STREQ("ReturnCode(0) Layer(0) Reason(0) Pos(0) ErrorType(API),\nown", OwnText().getErrorMessage());
+    EXPECT_STREQ("ReturnCode(0) Layer(0) Reason(0) Pos(0) ErrorType(API),\n"
+                 "ReturnCode(0) Layer(0) Reason(0) Pos(0) ErrorType(API),\ninner",
+                 TextOfAnother().getErrorMessage());
 }
 
 TEST(TovErrorFull, SurvivesACompositionThatFindsNoMemory) {

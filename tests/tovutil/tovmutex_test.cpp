@@ -75,6 +75,17 @@ TEST(TovMutex, SharesOneAttributeAmongRecursiveMutexes) {
     EXPECT_TRUE(lockedElsewhere()) << "two locks need two unlocks";
     second.unlock();
     EXPECT_FALSE(lockedElsewhere());
+
+    // A caller's own attribute serves, too.
+    pthread_mutexattr_t plain;
+    pthread_mutexattr_init(&plain);
+    s_recursiveAttr = &plain;
+    TovMutex third(TovMutex::Recursive);
+    third.lock();
+    EXPECT_FALSE(third.try_lock());
+    third.unlock();
+    s_recursiveAttr = attribute;
+    pthread_mutexattr_destroy(&plain);
 }
 
 TEST(TovMutex, ExcludesOtherThreads) {

@@ -69,6 +69,8 @@ std::string messageOfAccess() {
 
 TEST(TovPoolCtrl, RunsTheInitFunctionOnceForRacingThreads) {
     for (int round = 0; round < 50; ++round) {
+        // Traced, too: a thread reads the fields for its arguments while another initialises them.
+        const tovtest::TraceRecorder recorder(round % 2 ? "TovPoolCtrl::*=flow" : "");
         Probe::forget(nullptr);
         std::vector<Probe *> seen(4);
         std::vector<std::thread> threads;

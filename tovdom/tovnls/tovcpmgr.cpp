@@ -136,6 +136,9 @@ const TovCodePage *tovGetCodePage(const TovUChar *cpName) {
     const TovString bytes = tovToMbcs(cpName, 0xFFFFFFFFU, false);
     if (bytes.size() > 32)
         TOV_RAISE_AT(174, 0, TOVRC_NLS_ERROR, tovdetail::invalidCodePage(&bytes));
+    // A name that converts in part only would be looked up by that part, and add a row under its whole self.
+    if (tovToUnicode(bytes.data(), static_cast<std::uint32_t>(bytes.size()), false) != cpName)
+        return TOV_TRACE_RESULT(static_cast<const TovCodePage *>(nullptr));
     long unused = 0;
     const std::int32_t id = LNG1_GetCodepageId(bytes.c_str(), &unused);
     if (id <= 0)

@@ -60,6 +60,8 @@ TEST(tovGetCodePage, AddsARowForEverySpellingThatTheClosedLibraryKnows) {
     EXPECT_EQ(name->id, alias->id);
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(nullptr, tovGetCodePage(u"no such page"));
+    EXPECT_EQ(nullptr, tovGetCodePage(u"latin1\xD800 and more"))
+        << "it begins with a name, and does not convert";
     EXPECT_EQ(nullptr, tovGetCodePage(u"windows_1252")) << "letters count, one by one";
 }
 
