@@ -7,7 +7,7 @@ FUZZ_SECONDS ?= 60
 build = test -e build/$(1)/build.ninja || cmake --preset $(1); cmake --build --preset $(1) -j $(JOBS)
 test = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help deps build test demo bench asan tsan clang fuzz tidy format install abi-update reproducible clean
+.PHONY: help deps build test demo bench asan tsan m32 clang fuzz tidy format install abi-update reproducible clean
 
 help: ## List these targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -24,10 +24,10 @@ test: build ## Build and run all tests
 demo: build ## Build, and convert real files between many code pages
 	@tools/demo build/release
 
-bench: ## Build and run the benchmarks beside their peers
+bench: ## Build and run the benchmarks beside their peers; TOPICS chooses
 	@tools/dependencies --bench
 	@$(call build,bench)
-	@bench/run build/bench
+	@bench/run build/bench $(TOPICS)
 
 asan: deps ## Test under the address and undefined-behaviour sanitizers
 	@$(call build,asan)
@@ -36,6 +36,11 @@ asan: deps ## Test under the address and undefined-behaviour sanitizers
 tsan: deps ## Test under the thread sanitizer
 	@$(call build,tsan)
 	@$(call test,tsan)
+
+m32: ## Test the memory modules with 32-bit pointers
+	@tools/dependencies --m32
+	@$(call build,m32)
+	@$(call test,m32)
 
 clang: ## Build without optimisation and test, with clang++
 	@tools/dependencies --clang

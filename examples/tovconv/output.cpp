@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <random>
 #include <utility>
@@ -19,7 +20,7 @@ namespace {
 // The file that a signal handler removes; empty: none. Changed only while the signals are held back.
 char s_temporary[PATH_MAX];
 
-constexpr int c_endingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int c_endingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGXCPU};
 
 sigset_t endingSignals() {
     sigset_t set;
@@ -50,9 +51,18 @@ extern "C" void removeTemporaryAndEnd(int signal) {
     raise(signal); // takes effect when this handler returns
 }
 
-std::string pathBehindLinks(const std::string &path) {
-    const std::unique_ptr<char, void (*)(void *)> real(realpath(path.c_str(), nullptr), std::free);
-    return real ? real.get() : path;
+// Where a link leads to no file yet, that is the path of the file to be.
+std::string endOfDanglingLinks(const std::string &name) {
+    std::filesystem::path path = name;
+    std::error_code noLink;
+    for (auto target = read_symlink(path, noLink); !noLink; target = read_symlink(path, noLink))
+        path = path.parent_path() / target;
+    return path;
+}
+
+std::string pathBehindLinks(const std::string &name) {
+    const std::unique_ptr<char, void (*)(void *)> real(realpath(name.c_str(), nullptr), std::free);
+    return real ? real.get() : endOfDanglingLinks(name);
 }
 
 std::string besideName(const std::string &path) {
@@ -64,13 +74,21 @@ bool isPlainFileOrNew(const std::string &path, struct stat &status) {
     if (stat(path.c_str(), &status) == 0)
         return S_ISREG(status.st_mode);
     status = {};
-    return true;
+    return errno == ENOENT;
+}
+
+// Where the group can't be given, another group must not come into its rights.
+void takeRightsOf(const struct stat &old, int descriptor) {
+    const bool hasGroup = fchown(descriptor, old.st_uid, old.st_gid) == 0 ||
+                          fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) == 0;
+    fchmod(descriptor, old.st_mode & (hasGroup ? 0777 : 0707));
 }
 
 } // namespace
 
 void catchSignals() {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     struct sigaction action = {};
     action.sa_handler = removeTemporaryAndEnd;
     action.sa_mask = endingSignals();
@@ -91,9 +109,9 @@ Output::Output(const std::string &name) : m_label(name) {
         m_path = pathBehindLinks(name);
         if (old.st_mode != 0 && access(m_path.c_str(), W_OK) != 0) // the name could be had all the same
             fail(errno);
-        openBeside();
+        openBeside(old.st_mode != 0 ? 0600 : 0666); // an old file may be private
         if (old.st_mode != 0)
-            fchmod(m_descriptor, old.st_mode & 0777);
+            takeRightsOf(old, m_descriptor);
     } else if ((m_descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY)) < 0) {
         fail(errno);
     }
@@ -109,12 +127,12 @@ Output::~Output() {
         close(m_descriptor);
 }
 
-void Output::openBeside() {
+void Output::openBeside(mode_t mode) {
     const std::string temporary = besideName(m_path);
     if (temporary.size() >= sizeof s_temporary)
         fail(ENAMETOOLONG);
     const SignalsHeld held;
-    m_descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+    m_descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
     if (m_descriptor < 0)
         fail(errno);
     m_temporary = temporary;

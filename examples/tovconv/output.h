@@ -1,8 +1,9 @@
 /// Where the converted text goes.
 ///
 /// A file is written beside its name and takes the name only in commit(), so that a job which fails or is
-/// interrupted leaves the old file alone and nothing else behind. What is no plain file, such as a device or
-/// a FIFO, is written directly.
+/// interrupted leaves the old file alone and nothing else behind. Mode, owner and group of an old file stay,
+/// as far as the user may set them, and symbolic links are followed, to a missing file, too. What is no plain
+/// file, such as a device or a FIFO, is written directly.
 #pragma once
 
 #include <string>
@@ -31,7 +32,7 @@ public:
     void commit();
 
 private:
-    void openBeside();
+    void openBeside(mode_t mode);
     [[noreturn]] void fail(int error) const;
 
     std::string m_label;     // as reports name it
@@ -40,6 +41,6 @@ private:
     int m_descriptor = -1;
 };
 
-/// Arranges that SIGINT, SIGTERM and SIGHUP remove the temporary file before they end the program, and that a
-/// closed pipe is an error of write() and no signal.
+/// Arranges that signals which end the program remove the temporary file before, and that a closed pipe and a
+/// file above the limit for its size are errors of write() and no signals.
 void catchSignals();

@@ -57,6 +57,14 @@ const Indivisible *findIndivisible(std::int32_t id) {
     return nullptr;
 }
 
+// A name that converts in part would be taken for what its first bytes name.
+TovUString wholeName(const std::string &name) {
+    TovUString units = tovToUnicode(name.c_str(), 0xFFFFFFFFU, !name.empty());
+    if (std::string_view(tovToMbcs(units.c_str(), 0xFFFFFFFFU, false)) != name)
+        throw Failure(Exit::UnknownCodePage, name + ": unknown code page");
+    return units;
+}
+
 Page::Form formOf(std::int32_t id) {
     switch (id) {
     case TovCodePage::Utf8:
@@ -72,8 +80,7 @@ Page::Form formOf(std::int32_t id) {
 } // namespace
 
 Page::Page(const std::string &name)
-    : m_name(name.empty() ? "the process code page" : name),
-      m_nls(tovToUnicode(name.c_str(), 0xFFFFFFFFU, !name.empty()).c_str()),
+    : m_name(name.empty() ? "the process code page" : name), m_nls(wholeName(name).c_str()),
       m_form(formOf(m_nls.getCodePageId())) {
     if (m_form != Form::Closed)
         return;

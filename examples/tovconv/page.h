@@ -21,7 +21,7 @@ public:
 
     /// An empty name means the process code page.
     ///
-    /// Errors     The library's error for an unknown name.
+    /// Errors     The library's error for an unknown name; Exit::UnknownCodePage for one that is no text.
     explicit Page(const std::string &name);
 
     /// As the user spelled it.

@@ -463,6 +463,7 @@ TEST_F(Tovconv, TellsFailuresApart) {
          {"-t", std::string(33, 'x'), text},
          3,
          "NLS: Invalid code page specified. (xxx"},
+        {"a name that is text in part only", {"-f", "latin1\xFF\xFE junk", text}, 3, "latin1"},
         {"a missing file", {path("missing")}, 4, "missing: No such file or directory"},
         {"a folder", {m_folder}, 4, "Is a directory"},
         {"a full disk", {text, "-o", "/dev/full"}, 5, "/dev/full: No space left on device"},
@@ -525,10 +526,49 @@ TEST_F(Tovconv, FollowsALinkToTheOutput) {
     EXPECT_EQ(readAll(fs::path(path("real"))), "new");
 }
 
+TEST_F(Tovconv, FollowsALinkToAMissingOutput) {
+    fs::create_directory(path("folder"));
+    fs::create_symlink("folder/second", path("first"));
+    fs::create_symlink("missing", path("folder/second"));
+    EXPECT_EQ(0, run({"-o", path("first")}, "new").exitCode);
+    EXPECT_TRUE(fs::is_symlink(path("first")));
+    EXPECT_TRUE(fs::is_symlink(path("folder/second")));
+    EXPECT_EQ(readAll(fs::path(path("folder/missing"))), "new");
+
+    fs::create_symlink("loop", path("loop"));
+    EXPECT_EQ(7, run({"-o", path("loop")}, "new").exitCode);
+    EXPECT_TRUE(fs::is_symlink(path("loop")));
+}
+
+TEST_F(Tovconv, KeepsOwnerAndGroupOfTheOutput) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give files away";
+    file("out", "old");
+    ASSERT_EQ(0, chown(path("out").c_str(), 12345, 23456));
+    chmod(path("out").c_str(), 0640);
+    EXPECT_EQ(0, run({"-o", path("out")}, "new").exitCode);
+    struct stat status = {};
+    ASSERT_EQ(0, stat(path("out").c_str(), &status));
+    EXPECT_EQ(12345U, status.st_uid);
+    EXPECT_EQ(23456U, status.st_gid);
+    EXPECT_EQ(0640U, status.st_mode & 07777U);
+}
+
+TEST_F(Tovconv, TellsAFileAboveTheLimitForItsSize) {
+    const rlimit limit = {1000, 1000};
+    const auto limited = [&] { setrlimit(RLIMIT_FSIZE, &limit); };
+    const Result result = Program({"-o", path("out")}, limited).finish(repeated("text\n", 1000));
+    EXPECT_EQ(7, result.exitCode);
+    EXPECT_EQ(result.errors, "tovconv: " + path("out") + ": File too large\n");
+    EXPECT_EQ(names(), Words{});
+}
+
 TEST_F(Tovconv, LeavesNothingBehindWhenASignalEndsIt) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGXCPU}) {
         file("out", "old");
-        Program program({"-f", "UTF-8", "-t", "UTF-8", "-o", path("out")});
+        const rlimit noCore = {};
+        Program program({"-f", "UTF-8", "-t", "UTF-8", "-o", path("out")},
+                        [&] { setrlimit(RLIMIT_CORE, &noCore); });
         writeAll(program.input(), "begun\n");
         for (int tries = 0; names().size() < 2 && tries < 10000; ++tries)
             std::this_thread::sleep_for(1ms);
