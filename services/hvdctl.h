@@ -30,6 +30,9 @@ extern "C" {
 ///
 /// Errors     Gives false when the text is malformed, and reports the place on standard error; its
 ///            good entries hold all the same.
+/// Cost       Every distinct text is kept for the life of the process, because another thread may still
+///            read it, and is found again by a search through all of them: meant for few distinct
+///            texts. The same text again takes nothing.
 /// Threads    Any thread; calls at the same time are ordered, the last one holds. It asks the dynamic
 ///            loader which libraries are still there, and so must wait in a forked child for ever if
 ///            another thread of the parent was inside the loader at the fork.
@@ -40,5 +43,7 @@ bool hvdTraceSetLevels(const char *levels);
 /// the former sink after the call has returned.
 ///
 /// Errors     Without memory, the former sink stays.
+/// Cost       Every distinct pair of sink and context is kept for the life of the process, and is found
+///            again by a search through all of them: meant for few. The same pair again takes nothing.
 void hvdTraceSetSink(HvdTraceSink sink, void *context);
 }

@@ -43,20 +43,21 @@ Target targetOf(std::string_view file) {
     return file == "stdout" ? Target::Stdout : Target::File;
 }
 
-// The folder that a relative path begins with; none when it can't be told.
-std::string_view folderFor(const char *file, char (&room)[PATH_MAX]) {
-    if (file[0] == '/' || !getcwd(room, sizeof room - 1))
-        return {};
+bool isRelative(std::string_view file) { return !file.empty() && file[0] != '/'; }
+
+// Puts the folder that a relative path begins with; nothing when it can't be told. Gives the length.
+std::size_t putFolder(char *room) {
+    if (!getcwd(room, PATH_MAX - 1))
+        return 0;
     const std::size_t length = std::strlen(room);
     room[length] = '/';
-    return {room, length + 1};
+    return length + 1;
 }
 
 Config *makeConfig(const Environment &environment) {
-    char room[PATH_MAX];
     const std::string_view file = environment.file ? environment.file : "";
-    const std::string_view folder = folderFor(file.empty() ? "/" : environment.file, room);
-    void *block = std::malloc(sizeof(Config) + folder.size() + file.size() + 1);
+    const std::size_t folderRoom = isRelative(file) ? PATH_MAX : 0;
+    void *block = std::malloc(sizeof(Config) + folderRoom + file.size() + 1);
     const LevelText *levels = keepLevels(environment.levels ? environment.levels : "");
     if (!block || !levels) {
         std::free(block);
@@ -65,7 +66,7 @@ Config *makeConfig(const Environment &environment) {
     const bool chrome = environment.format && std::string_view(environment.format) == "chrome";
     auto *made = new (block) Config{levels, chrome ? Format::Chrome : Format::Text, targetOf(file)};
     char *path = reinterpret_cast<char *>(made + 1);
-    path += folder.copy(path, folder.size());
+    path += isRelative(file) ? putFolder(path) : 0;
     path += file.copy(path, file.size());
     *path = '\0';
     return made;

@@ -11,6 +11,7 @@ namespace hvd {
 namespace {
 
 constexpr std::string_view blanks = " \t\r\n";
+constexpr int mostReports = 10;
 
 struct LevelName {
     std::string_view name;
@@ -131,17 +132,18 @@ std::uint32_t levelsFor(std::string_view levels, const TRC1_EPB &record) noexcep
 
 bool checkLevels(std::string_view levels, const char *source) noexcept {
     int number = 0;
-    bool good = true;
+    int faults = 0;
     forEachEntry(levels, [&](const Entry &entry) {
         ++number;
-        if (!entry.fault)
+        if (!entry.fault || ++faults > mostReports)
             return;
-        good = false;
         report("%s: entry %d, offset %td: %s \"%.*s\"; it is left out", source, number,
                entry.text.data() - levels.data(), entry.fault, static_cast<int>(entry.text.size()),
                entry.text.data());
     });
-    return good;
+    if (faults > mostReports)
+        report("%s: %d more malformed entries are left out", source, faults - mostReports);
+    return faults == 0;
 }
 
 } // namespace hvd

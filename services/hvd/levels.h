@@ -14,7 +14,8 @@ bool globMatches(std::string_view pattern, std::string_view text) noexcept;
 /// or the unit name holds; 0 when there is none. Malformed entries do not count.
 std::uint32_t levelsFor(std::string_view levels, const TRC1_EPB &record) noexcept;
 
-/// Whether every entry is well formed; reports each one that is not, with its place in `source`.
+/// Whether every entry is well formed; reports the first ten that are not, with their
+/// places in `source`, and the number of the others.
 bool checkLevels(std::string_view levels, const char *source) noexcept;
 
 } // namespace hvd

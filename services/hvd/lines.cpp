@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -63,7 +64,7 @@ void Lines::endLine() noexcept {
 
 bool Lines::flush() noexcept {
     if (m_error == 0)
-        m_error = m_quiet.write(m_descriptor, {m_bytes, m_lineStart});
+        m_error = m_quiet.write(m_descriptor, {m_bytes, m_lineStart}, m_atOnce <= PIPE_BUF);
     m_size -= m_lineStart;
     std::memmove(m_bytes, m_bytes + m_lineStart, m_size);
     m_lineStart = 0;

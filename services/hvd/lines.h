@@ -15,12 +15,12 @@ namespace hvd {
 ///
 /// Units      Bytes.
 /// Errors     A failed write: the rest is dropped, and error() tells.
-/// Cost       Small events stay on the stack, larger ones take memory from malloc; without memory, they
-///            go out in smaller pieces.
+/// Cost       Events up to 1 KiB stay on the stack, larger ones take memory from malloc; without memory,
+///            they go out in smaller pieces, and no line is longer than that.
 class Lines {
 public:
-    /// `atOnce` is what the target takes in one piece, and `lineLimit` the longest line, at most 4096
-    /// where `atOnce` is less than that.
+    /// `atOnce` is what the target takes in one piece, and `lineLimit` the longest line. A target that
+    /// takes no more than a pipe does may have to be waited for.
     Lines(const Quiet &quiet, int descriptor, std::size_t atOnce, std::size_t lineLimit) noexcept
         : m_quiet(quiet), m_descriptor(descriptor), m_atOnce(atOnce), m_lineLimit(lineLimit) {}
     ~Lines();
@@ -52,7 +52,7 @@ private:
     std::size_t m_capacity = sizeof m_room;
     char *m_bytes = m_room;
     int m_error = 0;
-    char m_room[8192];
+    char m_room[1024]; // threads may have little stack
 };
 
 } // namespace hvd

@@ -37,7 +37,11 @@ constinit std::atomic<int> s_current{Unopened};
 constinit std::atomic<std::uint32_t> s_serial{0};
 constinit std::atomic<bool> s_reported{false};
 constinit std::atomic<pid_t> s_process{0};
-constinit bool s_forked = false; // written while there is but one thread
+constinit std::atomic<pid_t> s_opener{0}; // the thread that opens the output
+constinit bool s_forked = false;          // written while there is but one thread
+// Belong to the thread that fills a place, of which there is but one: threads may have little stack.
+constinit Path s_processPath{};
+constinit Path s_formerPath{};
 
 int indexOf(const OutputFile &file) { return static_cast<int>(&file - s_files); }
 
@@ -69,11 +73,13 @@ const char *targetName() {
     return environment.target == Target::Stdout ? "standard output" : "standard error";
 }
 
-const char *pathOf(bool ofProcess, Path &room) {
+// Only for the thread that fills a place.
+const char *pathOf(bool ofProcess) {
     if (!ofProcess)
         return config()->path();
-    std::snprintf(room, sizeof room, "%s.pid%ld", config()->path(), static_cast<long>(outputProcess()));
-    return room;
+    std::snprintf(s_processPath, sizeof s_processPath, "%s.pid%ld", config()->path(),
+                  static_cast<long>(outputProcess()));
+    return s_processPath;
 }
 
 // Descriptors 0 to 2 would make the file the standard stream of a program that has closed its own.
@@ -112,10 +118,9 @@ enum class Beginning { New, Continued, Foreign };
 // By a descriptor of its own, because one for reading and writing would keep a pipe from breaking.
 Beginning readBeginning(const Opened &opened, const struct stat &status) {
     constexpr std::string_view tail = chromeTail;
-    Path room;
     char text[tail.size()];
     const off_t end = status.st_size - static_cast<off_t>(tail.size());
-    const int reader = ::open(pathOf(opened.ofProcess, room), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const int reader = ::open(pathOf(opened.ofProcess), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     struct stat read;
     const bool whole = reader >= 0 && fstat(reader, &read) == 0 && identityOf(read) == identityOf(status) &&
                        end >= 0 && pread(reader, text, 1, 0) == 1 && text[0] == chromeHead[0] &&
@@ -144,9 +149,8 @@ bool beginChrome(const Opened &opened, const struct stat &status, const Quiet &q
 // A file of events belongs to one process, because only one can write its end. Who finds it taken, and
 // every forked child, writes one that is named after the process.
 Opened openChrome() {
-    Path room;
     for (bool ofProcess : {s_forked, true}) {
-        const int descriptor = openFile(pathOf(ofProcess, room));
+        const int descriptor = openFile(pathOf(ofProcess));
         if (descriptor < 0 || ofProcess || flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
             return {descriptor, ofProcess};
         close(descriptor);
@@ -236,40 +240,53 @@ void retire(OutputFile &file, const Quiet &quiet) {
         finish(file, quiet);
 }
 
-// Threads that come while another one opens the output wait for it; it waits for nobody, and a child
-// that is forked meanwhile opens it itself.
-void openOutput(const Quiet &quiet) {
+// Makes a new file current in place of `expected`, unless the output has been closed meanwhile.
+bool publish(OutputFile &file, int expected, const Quiet &quiet) {
+    if (s_current.compare_exchange_strong(expected, indexOf(file), std::memory_order_acq_rel))
+        return true;
+    retire(file, quiet);
+    return false;
+}
+
+// Threads that come while another one opens the output wait for it; it waits for nobody but a reader,
+// and a child that is forked meanwhile opens it itself. False in a signal handler that runs during that
+// wait: it would wait for itself.
+bool openOutput(const Quiet &quiet) {
     int expected = Unopened;
     if (!s_current.compare_exchange_strong(expected, Opening, std::memory_order_acquire)) {
+        if (expected == Opening && s_opener.load(std::memory_order_relaxed) == gettid())
+            return false;
         s_current.wait(Opening, std::memory_order_acquire);
-        return;
+        return true;
     }
+    s_opener.store(gettid(), std::memory_order_relaxed);
     s_process.store(getpid(), std::memory_order_relaxed);
     OutputFile *file = config()->format == Format::Text || prepareChrome() ? claimPlace() : nullptr;
     const bool good = file && begin(*file, openTarget(), quiet);
     if (file && !good)
         file->state.store(unused, std::memory_order_relaxed);
-    s_current.store(good ? indexOf(*file) : Closed, std::memory_order_release);
+    if (good)
+        publish(*file, Opening, quiet);
+    else
+        s_current.store(Closed, std::memory_order_release);
     s_current.notify_all();
+    return true;
 }
 
 OutputFile *enterCurrent(const Quiet &quiet) {
     for (;;) {
         const int current = s_current.load(std::memory_order_acquire);
-        if (current == Closed)
+        if (current == Closed || (current < 0 && !openOutput(quiet)))
             return nullptr;
-        if (current < 0)
-            openOutput(quiet);
-        else if (enter(s_files[current]))
+        if (current >= 0 && enter(s_files[current]))
             return &s_files[current];
     }
 }
 
 // A file that somebody else has moved away already, or removed, is not moved again.
 bool moveAway(const char *path, const FileIdentity &identity) {
-    Path former;
-    std::snprintf(former, sizeof former, "%s.1", path);
-    return !hasIdentity(path, identity) || std::rename(path, former) == 0;
+    std::snprintf(s_formerPath, sizeof s_formerPath, "%s.1", path);
+    return !hasIdentity(path, identity) || std::rename(path, s_formerPath) == 0;
 }
 
 // The lock on a descriptor of its own tells threads and processes apart alike. It is never waited for,
@@ -290,8 +307,7 @@ Opened replaceShared(const OutputFile &file) {
 }
 
 Opened replaceChrome(const OutputFile &file) {
-    Path room;
-    return moveAway(pathOf(file.ofProcess, room), file.identity) ? openChrome() : Opened{-1};
+    return moveAway(pathOf(file.ofProcess), file.identity) ? openChrome() : Opened{-1};
 }
 
 // Gives the new file, entered. Null leaves the writer with the full one: another thread or process is
@@ -307,7 +323,10 @@ OutputFile *rotate(OutputFile &file, const Quiet &quiet) {
         return nullptr;
     }
     enter(*next);
-    s_current.store(indexOf(*next), std::memory_order_release);
+    if (!publish(*next, indexOf(file), quiet)) {
+        leave(*next, quiet);
+        return nullptr;
+    }
     retire(file, quiet);
     return next;
 }

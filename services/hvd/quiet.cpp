@@ -1,6 +1,8 @@
 // Writing without a trace of it: errno, signals and cancellation stay as the caller has them.
 #include <services/hvd/quiet.h>
 
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -29,8 +31,21 @@ Quiet::~Quiet() {
     pthread_setcancelstate(m_cancelState, nullptr);
 }
 
-int Quiet::write(int descriptor, std::string_view bytes) const noexcept {
+// Who waits for a reader that never comes must still be one that can be ended. A non-blocking target is
+// not waited for: what it doesn't take at once is dropped.
+void Quiet::waitForRoom(int descriptor) const noexcept {
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags < 0 || flags & O_NONBLOCK)
+        return;
+    pollfd target{descriptor, POLLOUT, 0};
+    while (ppoll(&target, 1, nullptr, &m_mask) < 0 && errno == EINTR) {
+    }
+}
+
+int Quiet::write(int descriptor, std::string_view bytes, bool mayWait) const noexcept {
     while (!bytes.empty()) {
+        if (mayWait)
+            waitForRoom(descriptor);
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
         if (written >= 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
@@ -70,7 +85,7 @@ void report(const char *format, ...) noexcept {
     const std::size_t end = std::min(static_cast<std::size_t>(length), sizeof line - 1);
     line[end] = '\n'; // in place of the NUL
     const Quiet quiet;
-    quiet.write(STDERR_FILENO, {line, end + 1});
+    quiet.write(STDERR_FILENO, {line, end + 1}, true);
 }
 
 } // namespace hvd

@@ -20,7 +20,7 @@ private:
 };
 
 /// While it lives, the thread runs no signal handler, which could itself trace in the middle of an
-/// event, and no cancellation unwinds through the caller.
+/// event, but for while it waits for a reader; and no cancellation unwinds through the caller.
 ///
 /// Cost       Two system calls.
 class Quiet {
@@ -32,9 +32,11 @@ public:
 
     /// Writes all of `bytes`; gives 0 or an error number. What would come as a signal (a broken pipe,
     /// the limit of file sizes) is a result like any other.
-    int write(int descriptor, std::string_view bytes) const noexcept;
+    /// With `mayWait` it lets the caller's signals through until the target takes something.
+    int write(int descriptor, std::string_view bytes, bool mayWait) const noexcept;
 
 private:
+    void waitForRoom(int descriptor) const noexcept;
     void takeBack(int signal) const noexcept;
 
     const KeepErrno m_errno;

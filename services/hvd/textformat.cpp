@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t lineLimit = PIPE_BUF;
 constexpr std::size_t nameLimit = 512;
 constexpr std::size_t longestEscape = 8; // "\xc2\x9b"
+constexpr std::size_t nameReserve = 128; // what the name leaves of a line: a row of memory, or some text
 constexpr std::size_t bytesPerRow = 16;
 constexpr std::size_t bytesPerGroup = 4;
 
@@ -116,7 +117,7 @@ private:
         m_lines.put(' ');
         std::string_view name(m_event.record->name,
                               std::min<std::size_t>(m_event.record->nameLength, nameLimit));
-        while (!name.empty())
+        while (!name.empty() && m_lines.hasRoom(nameReserve))
             putCharacter(m_lines, name);
         m_lines.put(' ');
         m_lines.putNumber(m_event.line);

@@ -100,6 +100,17 @@ TEST_F(TraceProbe, MalformedEntriesAreReportedWithTheirPlaceAndGoodOnesHold) {
     }
 }
 
+TEST_F(TraceProbe, ManyMalformedEntriesAreReportedByTheirNumber) {
+    std::string levels;
+    for (int entry = 0; entry < 20000; ++entry)
+        levels += "x,";
+    const Outcome outcome =
+        run({{"HVD_TRACE", levels + "*=flow"}}, [] { EXPECT_EQ(64u, levelOf(s_isFile)); });
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(11u, linesOf(outcome.err).size());
+    EXPECT_NE(std::string::npos, outcome.err.find(" 19990 more malformed entries"));
+}
+
 TEST_F(TraceProbe, WithoutVariablesEveryRecordIsOffAndStaysCurrent) {
     const Outcome outcome = run({}, [] {
         EXPECT_NE(s_isFile.sequence, s_sequence);

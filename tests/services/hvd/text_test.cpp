@@ -7,12 +7,15 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 
 using namespace hvdtest;
 
 namespace {
 
 constinit TRC1_EPB s_record = makeRecord("Tov::f");
+const std::string s_controls(2000, '\x1b');
+TRC1_EPB s_longNamed = makeRecord(s_controls);
 
 std::size_t count(const std::string &text, std::string_view part) {
     std::size_t found = 0;
@@ -254,6 +257,47 @@ TEST_F(TraceProbe, ABrokenPipeLeavesTheProgramsOwnPendingSignal) {
                  }).status);
 }
 
+void fillPipe(int descriptor) {
+    fcntl(descriptor, F_SETFL, O_NONBLOCK);
+    for (const std::size_t size : {std::size_t{4096}, std::size_t{1}})
+        while (write(descriptor, std::string(size, 'x').data(), size) > 0) {
+        }
+    fcntl(descriptor, F_SETFL, 0);
+}
+
+// Also one whose handler traces: it may come while its thread opens the output.
+TEST_F(TraceProbe, ASignalEndsWhoWaitsForTheReaderOfAFullPipe) {
+    const struct {
+        const char *format;
+        bool fullBefore;
+        void (*handler)(int);
+    } rows[] = {
+        {"text", false, [](int) { _exit(0); }},
+        {"text", true, [](int) { _exit(0); }},
+        {"chrome", false, [](int) { Call(s_record).leave(), _exit(0); }},
+        {"chrome", true, [](int) { Call(s_record).leave(), _exit(0); }},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.format) + (row.fullBefore ? ", full before" : ", full by tracing"));
+        const Outcome outcome = run(
+            {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", "stdout"}, {"HVD_TRACE_FORMAT", row.format}}, [&] {
+                int ends[2];
+                ASSERT_EQ(0, pipe(ends));
+                dup2(ends[1], STDOUT_FILENO);
+                if (row.fullBefore)
+                    fillPipe(STDOUT_FILENO);
+                struct sigaction action {};
+                action.sa_handler = row.handler;
+                sigaction(SIGALRM, &action, nullptr);
+                const itimerval soon{{}, {0, 300'000}};
+                setitimer(ITIMER_REAL, &soon, nullptr);
+                for (;;)
+                    traceABit();
+            });
+        EXPECT_EQ(0, outcome.status);
+    }
+}
+
 // A program that closes all descriptors and opens its own gets the same numbers.
 TEST_F(TraceProbe, NeverWritesIntoWhatTheProgramOpensInItsPlace) {
     for (const char *format : {"text", "chrome"})
@@ -484,6 +528,36 @@ private:
     void *m_blocks = nullptr;
 };
 
+// With the file's beginning, a full file, and an event that doesn't fit the stack.
+TEST_F(TraceProbe, ThreadsMayHaveTheLeastStack) {
+    for (const char *format : {"text", "chrome"}) {
+        SCOPED_TRACE(format);
+        const Outcome outcome = run(
+            {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", path("trace")}, {"HVD_TRACE_FORMAT", format}}, [&] {
+                pthread_attr_t attributes;
+                pthread_attr_init(&attributes);
+                ASSERT_EQ(
+                    0, pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(PTHREAD_STACK_MIN)));
+                const std::filesystem::path file = path("trace");
+                pthread_t thread;
+                const auto body = [](void *trace) -> void * {
+                    static char memory[5000];
+                    Call call(s_record);
+                    if (truncate(static_cast<const char *>(trace), off_t{65} << 20) == 0)
+                        TRC1_Dump(&s_record, 1, memory, sizeof memory, "%s", "dump");
+                    call.leave();
+                    return nullptr;
+                };
+                ASSERT_EQ(0, pthread_create(&thread, &attributes, body, const_cast<char *>(file.c_str())));
+                pthread_join(thread, nullptr);
+            });
+        EXPECT_EQ(0, outcome.status);
+        EXPECT_EQ("", outcome.err);
+        EXPECT_EQ(1u, count(contents(path("trace")), "dump"));
+        std::filesystem::remove(path("trace"));
+    }
+}
+
 TEST_F(TraceProbe, ExhaustedMemoryDisturbsNobody) {
     const std::string longText(50000, 'x');
     for (const char *format : {"text", "chrome"})
@@ -499,6 +573,7 @@ TEST_F(TraceProbe, ExhaustedMemoryDisturbsNobody) {
                             traceABit();
                             TRC1_Printf(&s_record, 30, "+ %s", longText.c_str());
                             TRC1_Dump(&s_record, 31, longText.data(), 50000, "%s", "long");
+                            TRC1_Printf(&s_longNamed, 32, "%s", "text");
                             hvdTraceSetSink(Seen::take, nullptr);
                             hvdTraceSetLevels("*=flow,Other=all");
                         }
