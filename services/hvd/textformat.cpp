@@ -92,16 +92,16 @@ private:
         const year_month_day date(days);
         const hh_mm_ss time(floor<microseconds>(m_time - days));
         const struct {
-            char before;
             std::uint64_t value;
             int digits;
-        } fields[] = {{'\0', static_cast<std::uint64_t>(static_cast<int>(date.year())), 4},
-                      {'-', static_cast<unsigned>(date.month()), 2},
-                      {'-', static_cast<unsigned>(date.day()), 2},
-                      {'T', static_cast<std::uint64_t>(time.hours().count()), 2},
-                      {':', static_cast<std::uint64_t>(time.minutes().count()), 2},
-                      {':', static_cast<std::uint64_t>(time.seconds().count()), 2},
-                      {'.', static_cast<std::uint64_t>(time.subseconds().count()), 6}};
+            char before;
+        } fields[] = {{static_cast<std::uint64_t>(static_cast<int>(date.year())), 4, '\0'},
+                      {static_cast<unsigned>(date.month()), 2, '-'},
+                      {static_cast<unsigned>(date.day()), 2, '-'},
+                      {static_cast<std::uint64_t>(time.hours().count()), 2, 'T'},
+                      {static_cast<std::uint64_t>(time.minutes().count()), 2, ':'},
+                      {static_cast<std::uint64_t>(time.seconds().count()), 2, ':'},
+                      {static_cast<std::uint64_t>(time.subseconds().count()), 6, '.'}};
         for (const auto &field : fields) {
             if (field.before)
                 m_lines.put(field.before);

@@ -49,7 +49,7 @@ void deliver(const HvdTraceEvent &event, std::uintptr_t stack) noexcept {
 // A text longer than this takes memory from malloc, or is cut when there is none.
 constexpr std::size_t shortText = 512;
 
-void deliverFormatted(HvdTraceEvent &event, std::va_list arguments) {
+void deliverFormatted(HvdTraceEvent event, std::va_list arguments) {
     char room[shortText];
     std::va_list again;
     va_copy(again, arguments);
@@ -67,7 +67,7 @@ void deliverFormatted(HvdTraceEvent &event, std::va_list arguments) {
     std::free(whole);
 }
 
-void deliverArguments(HvdTraceEvent *event, ...) {
+void deliverArguments(const HvdTraceEvent *event, ...) {
     std::va_list arguments;
     va_start(arguments, event);
     deliverFormatted(*event, arguments);

@@ -383,7 +383,7 @@ void traceInProcesses(const std::filesystem::path &start) {
             thread.join();
         _exit(0);
     }
-    std::ofstream{start};
+    const std::ofstream now(start);
     for (pid_t child : children)
         EXPECT_EQ(0, TraceProbe::statusOf(child));
 }

@@ -130,7 +130,7 @@ protected:
             std::exit(HasFailure() && !failedBefore ? 1 : 0);
         }
         const int status = statusOf(child);
-        const Outcome outcome = {status, contents(path("out")), contents(path("err"))};
+        Outcome outcome = {status, contents(path("out")), contents(path("err"))};
         if (status != 0)
             std::printf("child ended with %x:\n%s%s\n", static_cast<unsigned>(status), outcome.out.c_str(),
                         outcome.err.c_str());
