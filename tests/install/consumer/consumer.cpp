@@ -66,7 +66,13 @@ int main() {
     expectUnknownName<TovErrorFull>("an unknown code page is caught as TovErrorFull");
     expectUnknownName<TovError>("an unknown code page is caught as TovError");
     expectOwnError();
-    expectConversion(u"utf-8", "Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x99\x82", u"Gr\u00FC\u00DFe \U0001F642");
-    expectConversion(u"windows-1252", "Gr\xFC\xDF" "e \x80", u"Gr\u00FC\u00DFe \u20AC");
+    expectConversion(u"utf-8",
+                     "Gr\xC3\xBC\xC3\x9F"
+                     "e \xF0\x9F\x99\x82",
+                     u"Gr\u00FC\u00DFe \U0001F642");
+    expectConversion(u"windows-1252",
+                     "Gr\xFC\xDF"
+                     "e \x80",
+                     u"Gr\u00FC\u00DFe \u20AC");
     return s_failures == 0 ? 0 : 1;
 }
