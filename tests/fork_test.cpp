@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr unsigned threadCount = 4;
+
 // One of each; gives whether all was as it should be.
 bool useTheLibrary(unsigned number) {
     static const TovUChar *const pages[] = {u"windows-1252", u"ibm-37",   u"Shift_JIS",   u"GB18030",
@@ -47,16 +49,22 @@ public:
         return std::shared_lock(m_mutex);
     }
     std::unique_lock<std::shared_mutex> forking() {
+        while (m_begun != threadCount)
+            std::this_thread::yield();
         const std::lock_guard gate(m_gate); // without it the threads would never leave a gap
         return std::unique_lock(m_mutex);
     }
 
+    void begun() { ++m_begun; } // a thread that begins allocates by itself
+
 private:
+    std::atomic<unsigned> m_begun = 0;
     std::mutex m_gate;
     std::shared_mutex m_mutex;
 #else
     int working() { return 0; }
     int forking() { return 0; }
+    void begun() {}
 #endif
 };
 
@@ -84,11 +92,15 @@ TEST(Fork, ChildrenOfABusyProcessUseTheLibrary) {
     std::atomic<int> wrong = 0;
     Rest rest;
     std::vector<std::thread> threads;
-    for (unsigned t = 0; t < 4; ++t)
+    for (unsigned t = 0; t < threadCount; ++t)
         threads.emplace_back([&, t] {
             for (unsigned i = t; !done; ++i) {
-                [[maybe_unused]] const auto working = rest.working();
-                wrong += !useTheLibrary(i);
+                {
+                    [[maybe_unused]] const auto working = rest.working();
+                    wrong += !useTheLibrary(i);
+                }
+                if (i == t)
+                    rest.begun();
             }
         });
     int bad = 0;
