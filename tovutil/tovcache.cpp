@@ -7,6 +7,8 @@
 
 TovUtCacheImpl::~TovUtCacheImpl() = default;
 
+TovUtCacheHelper::~TovUtCacheHelper() = default;
+
 TovUtCacheImpl *TovUtCacheImplFactory::create(int, TovUtCacheHelper *helper, unsigned maxSize) {
     return new TovUtCacheAdapter<std::allocator<void *>>(helper, maxSize);
 }

@@ -26,7 +26,7 @@
 /// raise an exception.
 class TOV_EXPORT TovUtCacheHelper {
 public:
-    virtual ~TovUtCacheHelper() = default; // never called by a cache
+    virtual ~TovUtCacheHelper(); // never called by a cache
 
     /// Equal keys must hash equally. Asked again when the table grows.
     virtual unsigned hash(void *key) = 0;
