@@ -112,8 +112,10 @@ private:
         // The bucket hash % count, without a division, which takes longer than all else in a hit: the low
         // 64 bits of hash * reciprocal are the fraction of count that the remainder is.
         Entry *&bucket(std::uint32_t hash) {
-            __extension__ using Wide = unsigned __int128;
-            return m_buckets[static_cast<std::size_t>(Wide{hash * m_reciprocal} * m_buckets.size() >> 64)];
+            const std::uint64_t fraction = hash * m_reciprocal;
+            const std::uint64_t count = m_buckets.size(); // below 2^32, so that no sum here wraps
+            const std::uint64_t low = (fraction & 0xFFFFFFFFU) * count >> 32;
+            return m_buckets[static_cast<std::size_t>(((fraction >> 32) * count + low) >> 32)];
         }
 
         std::vector<Entry *, typename std::allocator_traits<Alloc>::template rebind_alloc<Entry *>> m_buckets;
