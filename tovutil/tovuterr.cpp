@@ -18,8 +18,8 @@ bool skip(const char *&at, char wanted) {
     return true;
 }
 
-// Stops on the digit with which the value would wrap to a smaller one. A value that wraps to a larger one
-// goes on: an index or a width like that is no better than any other that is too large.
+// Stops on the digit that would make the value smaller; one that wraps it to a larger value is taken. What
+// stands behind a number that is too large depends on it.
 std::uint32_t readNumber(const char *&at) {
     std::uint32_t number = 0;
     for (; *at >= '0' && *at <= '9'; ++at) {

@@ -27,9 +27,8 @@
 /// Units      Bytes. A cut may fall inside a multi-byte character.
 /// Errors     The out-of-memory TovError; what an insert raises passes.
 /// Threads    As the inserts.
-/// Cost       Two allocations for the usual message, one if no insert is longer than 15 bytes. The walk is
-/// linear in
-///            the format; each placeholder asks its insert anew.
+/// Cost       One walk over the format. Two allocations for the usual message, one when no insert is longer
+///            than 15 bytes. Each placeholder asks its insert anew.
 class TOV_EXPORT TovInsert {
 public:
     /// Appends the text to show. The string is empty, but may have room.
@@ -52,7 +51,7 @@ public:
                            const TovInsert &d, const TovInsert &e, const TovInsert &f, const TovInsert &g,
                            const TovInsert &h);
 
-    /// Any number of inserts, with a null pointer behind the last one.
+    /// Any number of inserts, ended by a null pointer.
     static TovString subst(const char *format, const TovInsert *const *inserts);
 };
 
