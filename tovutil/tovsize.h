@@ -14,7 +14,15 @@ inline std::int32_t length32(std::uint64_t length, const char *file, long line) 
     return static_cast<std::int32_t>(length);
 }
 
+/// A length that a TovUniString can have; one more would be its npos.
+inline std::uint32_t stringLength(std::uint64_t length, long line) {
+    if (length >= UINT32_MAX)
+        tovCheck("tovutil/tovutstr", line, "Internal error: length <= max_size()",
+                 TOV_CODE(TOVRC_INTERNAL_ERROR));
+    return static_cast<std::uint32_t>(length);
+}
+
 } // namespace tovdetail
 
-/// The same from the current place of a source file that has its trace declaration.
+/// length32() from the current place of a source file that has its trace declaration.
 #define TOV_LENGTH32(length) tovdetail::length32(length, s_unit.sourcePath.text, __LINE__)
