@@ -86,6 +86,7 @@ void TovUniStringImpl::setHeapImpl(TovUniString *string, unsigned unitCount, con
     TovUniStringImpl *impl = getHeapImpl(unitCount, heap);
     TovUChar *text = impl->str(string);
     TovUChar *textEnd = std::copy(begin, end, text);
+    std::fill(textEnd, text + unitCount + 1, TovUChar(0)); // c_str() looks at units behind a text
     TovUniStringImpl *former = std::exchange(string->m_impl, impl);
     string->m_begin = text;
     string->m_end = textEnd;
@@ -143,16 +144,22 @@ TovUniStringHeapImpl *TovUniStringHeapImpl::allocate(unsigned unitCount, TovFast
 }
 
 TovUniStringImpl *TovUniStringHeapImpl::reallocate(unsigned unitCount) {
-    if (unitCount < m_room) {
-        m_capacity = std::max(m_capacity, unitCount + 1);
-        return this;
-    }
+    if (unitCount < m_room)
+        return extend(unitCount);
     const unsigned doubled = m_room <= TovUniString::npos / 2 ? 2 * m_room : TovUniString::npos;
     TovUniStringHeapImpl *larger = make(unitCount, doubled, m_heap.get());
     larger->m_copyOnShare = m_copyOnShare;
     std::copy_n(str(), m_capacity, larger->str());
+    larger->m_capacity = m_capacity;
     delete this;
-    return larger;
+    return larger->extend(unitCount);
+}
+
+TovUniStringHeapImpl *TovUniStringHeapImpl::extend(unsigned unitCount) {
+    const unsigned capacity = std::max(m_capacity, unitCount + 1);
+    std::fill(str() + m_capacity, str() + capacity, TovUChar(0));
+    m_capacity = capacity;
+    return this;
 }
 
 void TovUniStringHeapImpl::addRef() { ++m_refCount; }

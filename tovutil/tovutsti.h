@@ -150,6 +150,7 @@ private:
     TovUniStringHeapImpl(unsigned capacity, TovFastHeap *heap);
 
     static TovUniStringHeapImpl *make(unsigned unitCount, unsigned room, TovFastHeap *heap);
+    TovUniStringHeapImpl *extend(unsigned unitCount);
 
     std::int32_t m_refCount;
     std::uint32_t m_capacity; // of the text area, a terminator's unit included

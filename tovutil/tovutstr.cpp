@@ -31,12 +31,12 @@ unsigned toldLength(const TovUChar *text, unsigned length) {
     return tovdetail::stringLength(std::char_traits<TovUChar>::length(text), __LINE__);
 }
 
-// Converts `length` bytes to the text's place, which has a unit more, and gives the text's end.
-TovUChar *convertTo(TovUChar *text, const char *bytes, std::int32_t length) {
+// Converts `length` bytes to the text's place, fills the rest of `room` units, and gives the text's end.
+TovUChar *convertTo(TovUChar *text, unsigned room, const char *bytes, std::int32_t length) {
     const std::int32_t converted =
         CXStringToUnicode(text, length, LNG1_PrivateFunction_GetProcessLocale(), bytes, length, 0);
     TovUChar *end = text + std::max(converted, 0);
-    *end = 0;
+    std::fill(end, text + room, TovUChar(0));
     return end;
 }
 
@@ -76,8 +76,8 @@ void TovUniString::init(const char *bytes, unsigned length, TovFastHeap *heap) {
     const std::int32_t byteCount = tovdetail::length32(length, s_file, __LINE__);
     assert(m_impl == TovUniStringImpl::getEmptyImpl());
     m_impl = TovUniStringImpl::getHeapImpl(length + 1, heap);
-    m_begin = m_impl->str(this);
-    m_end = convertTo(m_begin, bytes, byteCount);
+    m_begin = m_end = m_impl->str(this);
+    m_end = convertTo(m_begin, capacity(), bytes, byteCount);
 }
 
 void TovUniString::initStatic(const char *bytes, unsigned length) {
@@ -86,7 +86,7 @@ void TovUniString::initStatic(const char *bytes, unsigned length) {
     auto *impl = new (length + 1) TovUniStringStaticHeapImpl;
     m_impl = impl;
     m_begin = impl->text();
-    m_end = convertTo(m_begin, bytes, byteCount);
+    m_end = convertTo(m_begin, length + 1, bytes, byteCount);
 }
 
 // Assignment ----------------------------------------------------------------------------------------
@@ -255,10 +255,10 @@ void TovUniString::append(TovUChar unit) {
 }
 
 void TovUniString::append(std::u16string_view text) {
-    const std::less_equal<> notBehind;
-    const bool isOwn = notBehind(m_begin, text.data()) && notBehind(text.data(), m_end);
-    const std::ptrdiff_t ownAt = isOwn ? text.data() - m_begin : 0;
     const unsigned count = tovdetail::stringLength(text.size(), __LINE__);
+    const std::less_equal<> notBehind;
+    const bool isOwn = notBehind(m_begin, text.data()) && notBehind(text.data() + text.size(), m_end);
+    const std::ptrdiff_t ownAt = isOwn ? text.data() - m_begin : 0;
     TovUChar *target = extend(*this, count);
     std::copy_n(isOwn ? m_begin + ownAt : text.data(), count, target);
 }
@@ -339,6 +339,7 @@ void writeDigits(TovUChar *end, std::uint32_t value) {
 
 void TovUniString::appendUInt32(std::uint32_t value, unsigned width) {
     const unsigned digits = countDigits(value);
+    tovdetail::stringLength(std::uint64_t(length()) + std::max(digits, width), __LINE__);
     allOrNothing(*this, [&] {
         if (digits < width)
             append(width - digits, u'0');
@@ -351,6 +352,7 @@ void TovUniString::appendInt32(std::int32_t value, unsigned width) {
     const auto magnitude = static_cast<std::uint32_t>(value);
     if (value >= 0)
         return appendUInt32(magnitude, width);
+    tovdetail::stringLength(std::uint64_t(length()) + width, __LINE__);
     allOrNothing(*this, [&] {
         append(u'-');
         appendUInt32(0 - magnitude, width > 0 ? width - 1 : 0);
