@@ -103,11 +103,13 @@ unsigned TovUniString::find_last_not_of(TovUChar unit, unsigned position) const 
 }
 
 int TovUniString::compare(const TovUniString &other) const noexcept {
-    const unsigned own = length(), others = other.length(), both = std::min(own, others);
-    const std::size_t same = bestUnitSearch().firstDifference(m_begin, other.m_begin, both);
-    if (same < both)
+    const std::size_t same =
+        bestUnitSearch().firstDifference(m_begin, other.m_begin, std::min(length(), other.length()));
+    // Asked again, rather than kept over the call.
+    const bool ownLeft = same < length(), othersLeft = same < other.length();
+    if (ownLeft && othersLeft)
         return m_begin[same] > other.m_begin[same] ? 1 : -1;
-    return (own > others) - (own < others);
+    return ownLeft - othersLeft;
 }
 
 int TovUniString::fastCompare(const TovUniString &other) const noexcept {

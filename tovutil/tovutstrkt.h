@@ -148,7 +148,7 @@ TOV_UNIT_INLINE bool anyHitInFour(UnitPtr at, const Test &test) {
 template <class V, class Test, class... Part>
 TOV_UNIT_INLINE UnitPtr firstIn(UnitPtr at, Test &test, Part... part) {
     auto found = hits<V>(at, test, part...);
-    if (found == 0) [[likely]]
+    if (found == 0)
         return nullptr;
     for (found &= V::oneEach; found != 0; found &= found - 1) {
         const UnitPtr hit = at + std::countr_zero(found) / V::bitsPerUnit;
@@ -198,7 +198,8 @@ TOV_UNIT_INLINE UnitPtr lastInShort(UnitPtr begin, UnitPtr end, const Test &test
     }
 }
 
-// Loads in long texts are aligned, because each that spans two cache lines costs two.
+// Loads in long texts are aligned, because each that spans two cache lines costs two. Long ones are called
+// unlikely, so that the code for the others is in one piece.
 template <class V>
 constexpr std::size_t longText = 8 * V::units;
 
@@ -217,7 +218,7 @@ TOV_UNIT_INLINE UnitPtr first(UnitPtr begin, UnitPtr end, Test &test) {
     if (const UnitPtr hit = firstIn<V>(begin, test))
         return hit;
     UnitPtr at = begin + V::units;
-    if (n >= longText<V>) {
+    if (n >= longText<V>) [[unlikely]] {
         at -= unitsBehindAlignment<V>(at);
         for (; static_cast<std::size_t>(end - at) >= 4 * V::units; at += 4 * V::units) {
             if (!anyHitInFour<V>(at, test)) [[likely]]
@@ -241,9 +242,8 @@ TOV_UNIT_INLINE UnitPtr last(UnitPtr begin, UnitPtr end, const Test &test) {
     if (const UnitPtr hit = lastIn<V>(end - V::units, test))
         return hit;
     UnitPtr behind = end - V::units;
-    if (n >= longText<V>) {
-        behind -= unitsBehindAlignment<V>(behind);
-        behind += V::units * (behind + V::units <= end);
+    if (n >= longText<V>) [[unlikely]] {
+        behind += (V::units - unitsBehindAlignment<V>(behind)) % V::units;
         for (; static_cast<std::size_t>(behind - begin) >= 4 * V::units; behind -= 4 * V::units) {
             if (!anyHitInFour<V>(behind - 4 * V::units, test)) [[likely]]
                 continue;
