@@ -41,18 +41,61 @@ std::size_t readIndex(const char *&at, std::size_t &unnumbered) {
 
 std::size_t readWidth(const char *&at) { return skip(at, '.') ? readNumber(at) : 512; }
 
-const char *percentOrEnd(const char *at, const char *end) {
-    const void *percent = std::memchr(at, '%', static_cast<std::size_t>(end - at));
-    return percent ? static_cast<const char *>(percent) : end;
-}
+// Collects a message on the stack, as far as it fits: the string that will be the result serves the inserts
+// until then, so that the usual message takes one allocation.
+class Collector {
+public:
+    // Takes plain text up to a "%" or the end, and gives where that is.
+    const char *appendPlain(const char *at) {
+        for (;;) {
+            std::size_t length = m_length; // in a register: a member would be written for each byte
+            for (; *at != '%' && *at != '\0' && length < sizeof m_bytes; ++at)
+                m_bytes[length++] = *at;
+            m_length = length;
+            if (*at == '%' || *at == '\0')
+                return at;
+            flush();
+        }
+    }
 
-void appendCut(TovString &message, std::string_view text, std::size_t width) {
-    constexpr std::string_view dots = "...";
-    if (text.size() <= width)
-        message += text;
-    else
-        message.append(text, 0, width - std::min(width, dots.size())).append(dots, 0, width);
-}
+    void append(std::string_view piece) {
+        if (piece.size() <= sizeof m_bytes - m_length) {
+            m_length += piece.copy(m_bytes + m_length, piece.size());
+        } else {
+            flush();
+            m_front += piece;
+        }
+    }
+
+    void appendCut(std::string_view text, std::size_t width) {
+        constexpr std::string_view dots = "...";
+        if (text.size() <= width) {
+            append(text);
+        } else {
+            append(text.substr(0, width - std::min(width, dots.size())));
+            append(dots.substr(0, width));
+        }
+    }
+
+    void moveTo(TovString &text) {
+        if (m_front.empty()) {
+            text.assign(m_bytes, m_length);
+        } else {
+            flush();
+            text.swap(m_front);
+        }
+    }
+
+private:
+    void flush() {
+        m_front.append(m_bytes, m_length);
+        m_length = 0;
+    }
+
+    TovString m_front; // what stood here before
+    char m_bytes[512];
+    std::size_t m_length = 0;
+};
 
 std::size_t countOf(const TovInsert *const *inserts) {
     std::size_t count = 0;
@@ -101,34 +144,28 @@ TovString TovInsert::subst(const char *format, const TovInsert &a, const TovInse
 }
 
 TovString TovInsert::subst(const char *format, const TovInsert *const *inserts) {
-    constexpr std::size_t usualLength = 32; // of an insert
     const std::size_t count = countOf(inserts);
-    const char *const end = format + std::strlen(format);
-    TovString message;
-    message.reserve(static_cast<std::size_t>(end - format) + usualLength * count);
-    TovString text; // one for all inserts, because it keeps its room
     std::size_t unnumbered = 0;
-    const char *run = format; // plain text begins here
-    const char *at = format;
-    for (;;) {
-        at = percentOrEnd(at, end);
-        message.append(run, at);
-        if (at == end)
-            return message;
-        run = ++at;
-        if (skip(at, '%')) // which is where the run begins
+    Collector message;
+    TovString text; // of each insert, and in the end that of the message
+    text.reserve(128);
+    for (const char *at = message.appendPlain(format); *at != '\0'; at = message.appendPlain(at)) {
+        if (skip(++at, '%')) {
+            message.append("%");
             continue;
+        }
         const std::size_t index = readIndex(at, unnumbered);
         const std::size_t width = readWidth(at);
-        if (at == end)
-            return message;
         if (*at == 's' && index < count) {
             text.clear();
             inserts[index]->appendTo(text);
-            appendCut(message, text, width);
+            message.appendCut(text, width);
         }
-        run = ++at;
+        if (*at != '\0')
+            ++at;
     }
+    message.moveTo(text);
+    return text;
 }
 
 // Return codes --------------------------------------------------------------------------------------

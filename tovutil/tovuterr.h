@@ -27,8 +27,8 @@
 /// Units      Bytes. A cut may fall inside a multi-byte character.
 /// Errors     The out-of-memory TovError; what an insert raises passes.
 /// Threads    As the inserts.
-/// Cost       One walk over the format. Two allocations for the usual message, one when no insert is longer
-///            than 15 bytes. Each placeholder asks its insert anew.
+/// Cost       One walk over the format. One allocation if the message and each insert have at most 128 bytes,
+///            some more beyond. Each placeholder asks its insert anew.
 class TOV_EXPORT TovInsert {
 public:
     /// Appends the text to show. The string is empty, but may have room.

@@ -43,7 +43,7 @@ std::string repeated(std::string_view text, std::size_t times) {
     return result;
 }
 
-std::string readAll(const fs::path &path) {
+std::string readFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -164,6 +164,12 @@ Result run(Words arguments, std::string_view input = {}) {
     return Program(std::move(arguments)).finish(input);
 }
 
+// Long texts are told by their sizes.
+void expectOutput(std::string_view want, const Result &result) {
+    EXPECT_EQ(result.errors, "");
+    EXPECT_TRUE(result.output == want) << result.output.size() << " bytes, not " << want.size();
+}
+
 class Tovconv : public testing::Test {
 protected:
     void SetUp() override {
@@ -196,50 +202,40 @@ struct Sample {
     const char *characters; // one after the other, without a place where a cut is easy
 };
 
+const Sample s_samples[] = {
+    {"UTF-8", "UTF-8", "aß語😀"},
+    {"UTF-16LE", "UTF-16LE", "aß語😀😀"},
+    {"UTF-16BE", "UTF-16BE", "aß語😀😀"},
+    {"UTF-32LE", "UTF-32LE", "aß語😀"},
+    {"windows-1252", "CP1252", "aß€Ÿ"},
+    {"Shift_JIS", "SHIFT_JIS", "aｱ漢字ソ表"}, // trail bytes 5C, like a backslash
+    {"EUC-JP", "EUC-JP", "aｱ漢字"},
+    {"GB18030", "GB18030", "a汉ß😀字"}, // of one, two and four bytes
+    {"ibm-37", "IBM037", "aßé{"},
+    {"ibm-939", "IBM939", "漢字"},          // a run of two-byte characters without an end
+    {"ibm-939", "IBM939", "漢字かaカナbc"}, // many short runs
+    {"ibm-930", "IBM930", "漢A字かAB"},
+    {"ISO-2022-JP", "ISO-2022-JP", "a漢字かb"},
+};
+
 // Some bytes of plain letters before the text put every byte of a character next to the end of a piece.
 TEST_F(Tovconv, CutsNoCharacterWhereverAPieceEnds) {
-    static const Sample samples[] = {
-        {"UTF-8", "UTF-8", "aß語😀"},
-        {"UTF-16LE", "UTF-16LE", "aß語😀😀"},
-        {"UTF-16BE", "UTF-16BE", "aß語😀😀"},
-        {"UTF-32LE", "UTF-32LE", "aß語😀"},
-        {"windows-1252", "CP1252", "aß€Ÿ"},
-        {"Shift_JIS", "SHIFT_JIS", "aｱ漢字ソ表"}, // trail bytes 5C, like a backslash
-        {"EUC-JP", "EUC-JP", "aｱ漢字"},
-        {"GB18030", "GB18030", "a汉ß😀字"}, // of one, two and four bytes
-        {"ibm-37", "IBM037", "aßé{"},
-        {"ibm-939", "IBM939", "漢字"},          // a run of two-byte characters without an end
-        {"ibm-939", "IBM939", "漢字かaカナbc"}, // many short runs
-        {"ibm-930", "IBM930", "漢A字かAB"},
-    };
-    for (const Sample &sample : samples) {
+    for (const Sample &sample : s_samples) {
         for (std::size_t shift = 0; shift < 8; ++shift) {
             SCOPED_TRACE(testing::Message()
                          << sample.page << " " << sample.characters << " behind " << shift);
             const std::string text =
                 repeated("A", shift) + repeated(sample.characters, 2 * c_piece / strlen(sample.characters));
             const std::string bytes = iconvOf("UTF-8", sample.iconvName, text);
-            const Result there = run({"-f", "UTF-8", "-t", sample.page, file("text", text)});
-            EXPECT_EQ(there.errors, "");
-            EXPECT_TRUE(there.output == bytes) << there.output.size() << " bytes, not " << bytes.size();
-            const Result back = run({"-f", sample.page, "-t", "UTF-8", file("bytes", bytes)});
-            EXPECT_EQ(back.errors, "");
-            EXPECT_TRUE(back.output == text) << back.output.size() << " bytes, not " << text.size();
+            expectOutput(bytes, run({"-f", "UTF-8", "-t", sample.page, file("text", text)}));
+            expectOutput(text, run({"-f", sample.page, "-t", "UTF-8", file("bytes", bytes)}));
         }
     }
 }
 
 // Each byte comes alone, so that every place is the end of what was read.
 TEST_F(Tovconv, TakesBytesThatComeOneByOne) {
-    static const Sample samples[] = {
-        {"UTF-8", "UTF-8", "aß語😀"},
-        {"UTF-16LE", "UTF-16LE", "aß語😀"},
-        {"Shift_JIS", "SHIFT_JIS", "aｱ漢字"},
-        {"GB18030", "GB18030", "a汉ß😀"},
-        {"ibm-939", "IBM939", "漢字かaカナbc"},
-        {"ISO-2022-JP", "ISO-2022-JP", "a漢字かb"},
-    };
-    for (const Sample &sample : samples) {
+    for (const Sample &sample : s_samples) {
         SCOPED_TRACE(sample.page);
         const std::string text = repeated(sample.characters, 4);
         Program program({"-f", sample.page, "-t", "UTF-8"});
@@ -247,9 +243,7 @@ TEST_F(Tovconv, TakesBytesThatComeOneByOne) {
             writeAll(program.input(), {&byte, 1});
             std::this_thread::sleep_for(1ms);
         }
-        const Result result = program.finish();
-        EXPECT_EQ(result.errors, "");
-        EXPECT_EQ(result.output, text);
+        expectOutput(text, program.finish());
     }
 }
 
@@ -306,11 +300,8 @@ TEST_F(Tovconv, BringsATextThroughEveryCodePageAndBack) {
             continue; // one byte a character, one page like another
         SCOPED_TRACE(testing::Message() << id << " " << name);
         const std::string text = bytesOf(randomText(charactersOf(page), 80000, random));
-        const Result there = run({"-f", "UTF-16", "-t", name, file("text", text), "-o", path("bytes")});
-        EXPECT_EQ(there.errors, "");
-        const Result back = run({"-f", name, "-t", "UTF-16", path("bytes")});
-        EXPECT_EQ(back.errors, "");
-        EXPECT_TRUE(back.output == text) << back.output.size() << " bytes, not " << text.size();
+        expectOutput("", run({"-f", "UTF-16", "-t", name, file("text", text), "-o", path("bytes")}));
+        expectOutput(text, run({"-f", name, "-t", "UTF-16", path("bytes")}));
     }
     EXPECT_GT(pages, 200);
 }
@@ -321,8 +312,8 @@ TEST_F(Tovconv, KeepsAMarkWithItsBase) {
         SCOPED_TRACE(shift);
         const std::string text = repeated("A", shift) + repeated("か\u309A", 30000);
         const std::string bytes = repeated("\xC1", shift) + "\x0E" + repeated("\xEC\xB5", 30000) + "\x0F";
-        EXPECT_TRUE(run({"-f", "UTF-8", "-t", "ibm-1390"}, text).output == bytes);
-        EXPECT_TRUE(run({"-f", "ibm-1390", "-t", "UTF-8"}, bytes).output == text);
+        expectOutput(bytes, run({"-f", "UTF-8", "-t", "ibm-1390"}, text));
+        expectOutput(text, run({"-f", "ibm-1390", "-t", "UTF-8"}, bytes));
     }
 }
 
@@ -500,7 +491,7 @@ TEST_F(Tovconv, NeverTakesAFileForAClosedStandardStream) {
     const std::string text = file("text", "text\n");
     const Result result = Program({text}, [] { close(STDOUT_FILENO); }).finish();
     EXPECT_EQ(7, result.exitCode);
-    EXPECT_EQ(readAll(fs::path(text)), "text\n");
+    EXPECT_EQ(readFile(text), "text\n");
 }
 
 TEST_F(Tovconv, ReplacesTheOutputOnlyWhenAllIsDone) {
@@ -509,32 +500,25 @@ TEST_F(Tovconv, ReplacesTheOutputOnlyWhenAllIsDone) {
     const Result failed =
         run({"-f", "UTF-8", "-t", "UTF-16", "-o", path("out")}, repeated("good\n", 50000) + "\xFF");
     EXPECT_EQ(1, failed.exitCode);
-    EXPECT_EQ(readAll(fs::path(path("out"))), "old");
+    EXPECT_EQ(readFile(path("out")), "old");
     EXPECT_EQ(names(), Words{"out"});
 
     EXPECT_EQ(0, run({"-f", "UTF-8", "-t", "UTF-8", "-o", path("out")}, "new").exitCode);
-    EXPECT_EQ(readAll(fs::path(path("out"))), "new");
+    EXPECT_EQ(readFile(path("out")), "new");
     EXPECT_EQ(fs::status(path("out")).permissions(), fs::perms(0640)) << "the mode stays";
     EXPECT_EQ(names(), Words{"out"});
 }
 
-TEST_F(Tovconv, FollowsALinkToTheOutput) {
-    file("real", "old");
-    fs::create_symlink("real", path("link"));
-    EXPECT_EQ(0, run({"-o", path("link")}, "new").exitCode);
-    EXPECT_TRUE(fs::is_symlink(path("link")));
-    EXPECT_EQ(readAll(fs::path(path("real"))), "new");
-}
-
-TEST_F(Tovconv, FollowsALinkToAMissingOutput) {
+TEST_F(Tovconv, FollowsLinksToTheOutput) {
     fs::create_directory(path("folder"));
     fs::create_symlink("folder/second", path("first"));
     fs::create_symlink("missing", path("folder/second"));
-    EXPECT_EQ(0, run({"-o", path("first")}, "new").exitCode);
-    EXPECT_TRUE(fs::is_symlink(path("first")));
-    EXPECT_TRUE(fs::is_symlink(path("folder/second")));
-    EXPECT_EQ(readAll(fs::path(path("folder/missing"))), "new");
-
+    for (const char *text : {"new", "newer"}) { // into a missing file, and into the one that is there then
+        EXPECT_EQ(0, run({"-o", path("first")}, text).exitCode);
+        EXPECT_TRUE(fs::is_symlink(path("first")));
+        EXPECT_TRUE(fs::is_symlink(path("folder/second")));
+        EXPECT_EQ(readFile(path("folder/missing")), text);
+    }
     fs::create_symlink("loop", path("loop"));
     EXPECT_EQ(7, run({"-o", path("loop")}, "new").exitCode);
     EXPECT_TRUE(fs::is_symlink(path("loop")));
@@ -576,7 +560,7 @@ TEST_F(Tovconv, LeavesNothingBehindWhenASignalEndsIt) {
         kill(program.process(), signal);
         EXPECT_EQ(-signal, program.finish().exitCode);
         EXPECT_EQ(names(), Words{"out"});
-        EXPECT_EQ(readAll(fs::path(path("out"))), "old");
+        EXPECT_EQ(readFile(path("out")), "old");
     }
 }
 
@@ -584,7 +568,7 @@ TEST_F(Tovconv, MayWriteToItsInput) {
     const std::string text = repeated("größer\n", 40000);
     file("text", text);
     EXPECT_EQ(0, run({"-f", "UTF-8", "-t", "UTF-16BE", path("text"), "-o", path("text")}).exitCode);
-    EXPECT_TRUE(readAll(fs::path(path("text"))) == iconvOf("UTF-8", "UTF-16BE", text));
+    EXPECT_TRUE(readFile(path("text")) == iconvOf("UTF-8", "UTF-16BE", text));
 }
 
 TEST_F(Tovconv, RefusesToAppendToItsInput) {
@@ -592,7 +576,7 @@ TEST_F(Tovconv, RefusesToAppendToItsInput) {
     const Result result =
         Program({text}, [&] { dup2(open(text.c_str(), O_WRONLY | O_APPEND), STDOUT_FILENO); }).finish();
     EXPECT_EQ(7, result.exitCode);
-    EXPECT_EQ(readAll(fs::path(text)), "text\n");
+    EXPECT_EQ(readFile(text), "text\n");
 }
 
 // The rest of the command line ----------------------------------------------------------------------

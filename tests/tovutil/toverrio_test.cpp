@@ -1,5 +1,4 @@
 #include <support/failalloc.h>
-#include <support/random.h>
 
 #include <tovutil/toverrio.h>
 #include <tovutil/tovutil.h>
@@ -15,8 +14,6 @@
 #include <vector>
 
 namespace {
-
-constexpr std::size_t c_fixedPart = 464;
 
 // Takes the bytes, and the length of each write.
 struct Sink : TovDataOutput {
@@ -69,6 +66,9 @@ struct Record {
     }
 };
 
+const Record c_short{
+    .location = "location", .message = "message", .composedMessage = "m", .composedLocation = "l"};
+
 const char *const c_message = "CODE LAYER(REASON) Pos(6) ErrorType(ERROR),\nfree text";
 const char *const c_location = "From (from), Line(9) in module (file.cpp) Build(build) Version(version)";
 
@@ -112,7 +112,6 @@ TEST(ErrorRecord, IsByteExact) {
         (std::vector<unsigned>{4,  4,  4,  4, 4, 4, 4, locationLength, 4, messageLength, 48, 48, 48, 128,
                                64, 16, 64, 4, 4, 9, 4, messageLength,  4, locationLength}),
         sink.writes);
-    EXPECT_EQ(c_fixedPart + 2 * messageLength + 2 * locationLength + 9, sink.bytes.size());
 }
 
 TEST(ErrorRecord, TakesTheMessageFromTheVirtualAccessors) {
@@ -248,9 +247,7 @@ TEST(ErrorRecord, CutsAFixedTextWithoutItsNul) {
 }
 
 TEST(ErrorRecord, LeavesAValidErrorWhereverTheSourceEnds) {
-    const Record whole{
-        .location = "location", .message = "message", .composedMessage = "m", .composedLocation = "l"};
-    const std::string bytes = whole.bytes();
+    const std::string bytes = c_short.bytes();
     for (std::size_t length = 0; length < bytes.size(); ++length) {
         SCOPED_TRACE(length);
         TovErrorFull error;
@@ -268,9 +265,7 @@ TEST(ErrorRecord, LeavesAValidErrorWhereverTheSourceEnds) {
 
 TEST(ErrorRecord, TakesMemoryOnlyAsBytesArrive) {
     // A 4 GiB length word in each of the five counted texts of a short record.
-    const Record whole{
-        .location = "location", .message = "message", .composedMessage = "m", .composedLocation = "l"};
-    const std::string bytes = whole.bytes();
+    const std::string bytes = c_short.bytes();
     const std::size_t words[] = {24, 24 + 4 + 8, bytes.size() - 4 - 1 - 4 - 1 - 4 - 9,
                                  bytes.size() - 4 - 1 - 4 - 1, bytes.size() - 4 - 1};
     for (const std::size_t at : words) {

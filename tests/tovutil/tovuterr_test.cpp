@@ -89,6 +89,15 @@ TEST(TovInsert, CutsTextsToTheWidth) {
         EXPECT_EQ(row.want, TovInsert::subst(row.format, Text(row.text))) << row.format << " " << row.text;
 }
 
+// The message moves from the stack to the heap wherever it gets too long.
+TEST(TovInsert, BuildsMessagesOfAnyLength) {
+    for (std::size_t length = 0; length < 1100; ++length) {
+        const TovString plain(length, 'x');
+        ASSERT_EQ(plain + "%aa" + plain, TovInsert::subst((plain + "%%%s" + plain).c_str(), Text("aa")));
+        ASSERT_EQ(plain + plain, TovInsert::subst("%.2000s%.2000s", Text(plain), Text(plain)));
+    }
+}
+
 TEST(TovInsert, TakesOneToEightInserts) {
     const Text t[] = {Text("1"), Text("2"), Text("3"), Text("4"), Text("5"), Text("6"), Text("7"), Text("8")};
     const char *const f = "%(9)s%(8)s%(7)s%(6)s%(5)s%(4)s%(3)s%(2)s%(1)s";
@@ -115,7 +124,8 @@ TEST(TovInsert, PassesOnWhatAnInsertRaises) {
 
 TEST(OutOfMemory, Messages) {
     const Text longText(TovString(600, 'x')), shortText("y");
-    const auto message = [&] { return TovInsert::subst("%s and %(2)s and %(1)s", longText, shortText); };
+    const TovString format = TovString(600, 'z') + "%s and %(2)s and %(1)s";
+    const auto message = [&] { return TovInsert::subst(format.c_str(), longText, shortText); };
     const TovString want = message();
     failEachAllocation<TovError>([] { return 0; }, [&](int) { message(); },
                                  [&](int) { EXPECT_EQ(want, message()); });

@@ -62,15 +62,10 @@ struct Trace {
 
 class Chrome : public TraceProbe {
 protected:
-    Environment environment(const std::string &file) const {
-        return {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", file}, {"HVD_TRACE_FORMAT", "chrome"}};
-    }
-
     /// Traces `body` into a file of its own.
     Trace traceOf(const std::function<void()> &body) const {
         std::filesystem::remove(path("trace"));
-        const Outcome outcome = run(environment(path("trace")), body);
-        EXPECT_EQ(0, outcome.status);
+        const Outcome outcome = run(tracing(path("trace"), "chrome"), body);
         EXPECT_EQ("", outcome.err);
         return Trace(contents(path("trace")));
     }
@@ -341,15 +336,15 @@ TEST_F(Chrome, ManyThreadsShareOneFile) {
 }
 
 TEST_F(Chrome, AFurtherRunGoesOnInTheSameFile) {
-    const auto once = [&] { return run(environment(path("trace")), [] { leaf(s_outer, false); }); };
-    EXPECT_EQ(0, once().status);
-    EXPECT_EQ(0, once().status);
+    const auto once = [&] { return run(tracing(path("trace"), "chrome"), [] { leaf(s_outer, false); }); };
+    once();
+    once();
     EXPECT_EQ("outer( ) outer( ) ", Trace(contents(path("trace"))).story());
-    EXPECT_EQ(0, run(environment(path("trace")), [] {
-                     leaf(s_inner, false);
-                     _exit(0);
-                 }).status);
-    EXPECT_EQ(0, once().status);
+    run(tracing(path("trace"), "chrome"), [] {
+        leaf(s_inner, false);
+        _exit(0);
+    });
+    once();
     EXPECT_EQ("outer( ) outer( ) inner( ) outer( ) ", Trace(contents(path("trace"))).story())
         << "also behind a run that has not come to its end";
 }
@@ -357,17 +352,15 @@ TEST_F(Chrome, AFurtherRunGoesOnInTheSameFile) {
 TEST_F(Chrome, AFileOfSomethingElseIsLeftAlone) {
     for (const char *other : {"x", "[", "{}", "some text\n", "2026-01-01 [\n]\n"}) {
         std::ofstream(path("trace")) << other;
-        const Outcome outcome = run(environment(path("trace")), [] { leaf(s_outer, false); });
-        EXPECT_EQ(0, outcome.status);
+        const Outcome outcome = run(tracing(path("trace"), "chrome"), [] { leaf(s_outer, false); });
         EXPECT_NE(std::string::npos, outcome.err.find("something else"));
         EXPECT_EQ(other, contents(path("trace")));
-        std::filesystem::remove(path("err"));
     }
 }
 
 // Parent and child both go on in the functions that are open at the fork.
 TEST_F(Chrome, AForkedChildWritesAFileOfItsOwn) {
-    const Outcome outcome = run(environment(path("trace")), [] {
+    run(tracing(path("trace"), "chrome"), [] {
         Call call(s_outer);
         Call inner(s_inner);
         text(s_inner, "before");
@@ -379,7 +372,6 @@ TEST_F(Chrome, AForkedChildWritesAFileOfItsOwn) {
             std::exit(0);
         EXPECT_EQ(0, statusOf(child));
     });
-    EXPECT_EQ(0, outcome.status);
     ASSERT_EQ(2u, files().size());
     for (const auto &file : files()) {
         const bool child = file.filename() != "trace";
@@ -397,7 +389,7 @@ constexpr bool childrenExit = true;
 #endif
 
 TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
-    const Outcome outcome = run(environment(path("trace")), [] {
+    run(tracing(path("trace"), "chrome"), [] {
         leaf(s_outer, false); // or else a child could be first to open the file
         std::atomic<bool> done = false;
         std::vector<std::thread> threads;
@@ -424,7 +416,6 @@ TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
         for (std::thread &thread : threads)
             thread.join();
     });
-    EXPECT_EQ(0, outcome.status) << outcome.err;
     EXPECT_EQ(31u, files().size());
     for (const auto &file : files())
         if (file.filename() != "trace") {
@@ -435,15 +426,15 @@ TEST_F(Chrome, ChildrenForkedAmongBusyThreadsAreCompleteAndDoNotHang) {
 }
 
 TEST_F(Chrome, ASecondProcessFindsTheFileTaken) {
-    EXPECT_EQ(0, run(environment(path("trace")), [&] {
-                     leaf(s_outer, false);
-                     const pid_t other = fork();
-                     if (other == 0) {
-                         execl("/proc/self/exe", "test", "--gtest_filter=Reentered.*", nullptr);
-                         _exit(1);
-                     }
-                     EXPECT_EQ(0, statusOf(other));
-                 }).status);
+    run(tracing(path("trace"), "chrome"), [&] {
+        leaf(s_outer, false);
+        const pid_t other = fork();
+        if (other == 0) {
+            execl("/proc/self/exe", "test", "--gtest_filter=Reentered.*", nullptr);
+            _exit(1);
+        }
+        EXPECT_EQ(0, statusOf(other));
+    });
     ASSERT_EQ(2u, files().size());
     for (const auto &file : files())
         EXPECT_EQ(file.filename() == "trace" ? "outer( ) " : "next( ) ", Trace(contents(file)).story());
@@ -458,7 +449,7 @@ TEST_F(Chrome, BothFilesAreCompleteWhenOneIsFull) {
     std::ofstream(path("trace")) << "[\n"
                                  << blanks << R"({"ph":"M","pid":1,"tid":1,"ts":1})"
                                  << "\n]\n";
-    const Outcome outcome = run(environment(path("trace")), [&] {
+    const Outcome outcome = run(tracing(path("trace"), "chrome"), [&] {
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t)
             threads.emplace_back([] {
@@ -473,7 +464,6 @@ TEST_F(Chrome, BothFilesAreCompleteWhenOneIsFull) {
         for (std::thread &thread : threads)
             thread.join();
     });
-    EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("", outcome.err);
     std::size_t texts = 0;
     for (const char *name : {"trace", "trace.1"}) {
@@ -490,8 +480,7 @@ TEST_F(Chrome, BothFilesAreCompleteWhenOneIsFull) {
 }
 
 TEST_F(Chrome, StandardOutputTakesTheEventsOfOneProcess) {
-    auto variables = environment("stdout");
-    const Outcome outcome = run(variables, [] {
+    const Outcome outcome = run(tracing("stdout", "chrome"), [] {
         Call call(s_outer);
         const pid_t child = fork();
         if (child == 0) {
@@ -501,7 +490,6 @@ TEST_F(Chrome, StandardOutputTakesTheEventsOfOneProcess) {
         EXPECT_EQ(0, statusOf(child));
         call.leave();
     });
-    EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("outer( ) ", Trace(outcome.out).story());
 }
 

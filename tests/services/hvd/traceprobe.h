@@ -81,7 +81,6 @@ inline std::vector<std::string> linesOf(const std::string &text) {
 
 /// What a child process has left behind.
 struct Outcome {
-    int status; ///< of waitpid; -1 for one that hung
     std::string out;
     std::string err;
 };
@@ -114,7 +113,12 @@ protected:
 
     std::filesystem::path path(const std::string &name) const { return m_folder / name; }
 
-    /// Runs `body` with the variables in a child, which then ends as a program does, through exit.
+    /// The variables that trace everything.
+    static Environment tracing(const std::string &file = "stderr", const std::string &format = "text") {
+        return {{"HVD_TRACE", "*=all"}, {"HVD_TRACE_FILE", file}, {"HVD_TRACE_FORMAT", format}};
+    }
+
+    /// Runs `body` with the variables in a child, which then must end as a program does, through exit(0).
     Outcome run(const Environment &environment, const std::function<void()> &body) const {
         std::fflush(nullptr);
         const bool failedBefore = HasFailure();
@@ -130,16 +134,14 @@ protected:
             std::exit(HasFailure() && !failedBefore ? 1 : 0);
         }
         const int status = statusOf(child);
-        Outcome outcome = {status, contents(path("out")), contents(path("err"))};
-        if (status != 0)
-            std::printf("child ended with %x:\n%s%s\n", static_cast<unsigned>(status), outcome.out.c_str(),
-                        outcome.err.c_str());
+        Outcome outcome = {contents(path("out")), contents(path("err"))};
+        EXPECT_EQ(0, status) << "of the child:\n" << outcome.out << outcome.err;
         return outcome;
     }
 
 private:
     static void redirect(int descriptor, const std::filesystem::path &to) {
-        const int file = open(to.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        const int file = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
         dup2(file, descriptor);
         close(file);
     }
