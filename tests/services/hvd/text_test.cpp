@@ -411,8 +411,8 @@ TEST_F(TraceProbe, AnUnknownFormatIsReportedAndTextIsWritten) {
 // Any time, any thread -------------------------------------------------------------------------------------
 
 struct Late {
-    ~Late() { TRC1_Printf(&s_record, line, "%s", "late"); }
-    std::uint32_t line;
+    ~Late() { TRC1_Printf(&s_record, 1, "%s", text); }
+    const char *text;
 };
 
 TEST_F(TraceProbe, DestructorsOfThreadsAndStaticsMayTrace) {
@@ -420,20 +420,20 @@ TEST_F(TraceProbe, DestructorsOfThreadsAndStaticsMayTrace) {
         SCOPED_TRACE(format);
         const Outcome outcome = run(tracing("stderr", format), [] {
             levelOf(s_record);
-            static Late s_late{4711};
+            static Late s_late{"from a static"};
             std::thread([] {
-                thread_local Late late{4712};
-                late.line = 4712;
+                thread_local Late late;
+                late.text = "from a thread";
             }).join();
             pthread_key_t key;
-            pthread_key_create(&key, [](void *) { TRC1_Printf(&s_record, 4713, "%s", "late"); });
+            pthread_key_create(&key, [](void *) { TRC1_Printf(&s_record, 1, "%s", "from a key"); });
             std::thread([key] {
                 TRC1_Printf(&s_record, 1, "%s", "early");
                 pthread_setspecific(key, &s_record);
             }).join();
         });
-        for (const char *line : {"4711", "4712", "4713"})
-            EXPECT_EQ(1u, count(outcome.err, line)) << outcome.err;
+        for (const char *text : {"from a static", "from a thread", "from a key"})
+            EXPECT_EQ(1u, count(outcome.err, text)) << outcome.err;
     }
 }
 
