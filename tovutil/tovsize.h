@@ -14,9 +14,9 @@ inline std::int32_t length32(std::uint64_t length, const char *file, long line) 
     return static_cast<std::int32_t>(length);
 }
 
-/// A length that a TovUniString can have; one more would be its npos.
+/// A length that a TovUniString can have: with a terminator's unit it is still below npos.
 inline std::uint32_t stringLength(std::uint64_t length, long line) {
-    if (length >= UINT32_MAX)
+    if (length > UINT32_MAX - 2)
         tovCheck("tovutil/tovutstr", line, "Internal error: length <= max_size()",
                  TOV_CODE(TOVRC_INTERNAL_ERROR));
     return static_cast<std::uint32_t>(length);

@@ -143,11 +143,17 @@ TovUniStringHeapImpl *TovUniStringHeapImpl::allocate(unsigned unitCount, TovFast
     return make(unitCount, 0, &heap);
 }
 
+namespace {
+
+constexpr unsigned c_leastGrowth = 32; // units; a text that is put together has some words at least
+
+} // namespace
+
 TovUniStringImpl *TovUniStringHeapImpl::reallocate(unsigned unitCount) {
     if (unitCount < m_room)
         return extend(unitCount);
     const unsigned doubled = m_room <= TovUniString::npos / 2 ? 2 * m_room : TovUniString::npos;
-    TovUniStringHeapImpl *larger = make(unitCount, doubled, m_heap.get());
+    TovUniStringHeapImpl *larger = make(unitCount, std::max(doubled, c_leastGrowth), m_heap.get());
     larger->m_copyOnShare = m_copyOnShare;
     std::copy_n(str(), m_capacity, larger->str());
     larger->m_capacity = m_capacity;
@@ -232,14 +238,11 @@ void TovUniStringHeapImpl::copyTo(TovUniString *from, TovUniString *to, TovFastH
     if (former == this)
         return;
     ++m_refCount;
-    former->delRef();
+    if (former)
+        former->delRef();
 }
 
 TovUChar *TovUniStringHeapImpl::str(TovUniString *) { return str(); }
-
-TovUChar *TovUniStringHeapImpl::str() const {
-    return reinterpret_cast<TovUChar *>(const_cast<TovUniStringHeapImpl *>(this) + 1);
-}
 
 // Texts that are not counted -----------------------------------------------------------------------------
 

@@ -70,7 +70,8 @@ public:
     /// Makes room for a length of `unitCount`; TovUniString::resize() sets the length.
     virtual void resize(TovUniString *string, unsigned unitCount) = 0;
 
-    /// Makes `to` a copy of `from`, and lets go of what `to` held. A null `heap` is the global allocation.
+    /// Makes `to` a copy of `from`, and lets go of what `to` held, if it has a representation so far. A null
+    /// `heap` is the global allocation.
     virtual void copyTo(TovUniString *from, TovUniString *to, TovFastHeap *heap) = 0;
 
     /// Narrows the string to a stretch of its text, which must lie in it.
@@ -144,7 +145,14 @@ public:
     TovUChar *str(TovUniString *string) override;
 
     /// Where the buffer begins.
-    TovUChar *str() const;
+    TovUChar *str() const {
+        return reinterpret_cast<TovUChar *>(const_cast<TovUniStringHeapImpl *>(this) + 1);
+    }
+
+    /// Whether `count` units from `end` on may be written: nobody else has them.
+    bool hasRoom(const TovUChar *end, unsigned count) const {
+        return m_refCount == 1 && count <= static_cast<std::size_t>(str() + m_capacity - end);
+    }
 
 private:
     TovUniStringHeapImpl(unsigned capacity, TovFastHeap *heap);

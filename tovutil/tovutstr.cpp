@@ -121,14 +121,6 @@ void TovUniString::resize(unsigned unitCount) {
     m_end = m_begin + unitCount;
 }
 
-TovUniString TovUniString::substr(unsigned position, unsigned count) const {
-    if (position > length())
-        return TovUniString();
-    TovUniString part(*this);
-    part.m_impl->substr(&part, position, std::min(count, length() - position));
-    return part;
-}
-
 // Numbers from text ---------------------------------------------------------------------------------
 
 namespace {
@@ -166,13 +158,13 @@ int baseOfPrefix(const TovUChar *&from, const TovUChar *end) {
 } // namespace
 
 std::uint32_t TovUniString::scanUInt32(const TovUChar *&from) const noexcept {
-    std::uint32_t value = 0;
+    std::uint32_t value = 0, digit = 0;
     const TovUChar *at = from;
-    for (; at < m_end; ++at) {
-        const std::uint32_t digit = *at - std::uint32_t(u'0');
-        if (digit > 9 || !takeDigit(value, 10, digit))
-            break;
-    }
+    const TovUChar *end = m_end - at > 9 ? at + 9 : m_end; // so many digits always fit
+    for (; at < end && (digit = *at - std::uint32_t(u'0')) <= 9; ++at)
+        value = value * 10 + digit;
+    for (; at < m_end && (digit = *at - std::uint32_t(u'0')) <= 9 && takeDigit(value, 10, digit); ++at)
+        ;
     from = at;
     return value;
 }
@@ -230,22 +222,23 @@ void allOrNothing(TovUniString &string, Edit edit) {
     }
 }
 
-// Makes the text longer and gives the place of its new units.
-TovUChar *extend(TovUniString &string, unsigned count) {
-    const unsigned length = string.length();
-    TovUChar *text = nullptr;
-    allOrNothing(string, [&] {
-        string.resize(tovdetail::stringLength(std::uint64_t(length) + count, __LINE__));
-        text = string.writable();
-    });
-    return text + length;
-}
-
 } // namespace
 
-void TovUniString::append(unsigned count, TovUChar unit) { std::fill_n(extend(*this, count), count, unit); }
+// Makes the text longer and gives the place of its new units.
+TovUChar *TovUniString::extend(unsigned count) {
+    if (TovUChar *target = takeRoom(count))
+        return target;
+    const unsigned former = length();
+    allOrNothing(*this, [&] {
+        resize(tovdetail::stringLength(std::uint64_t(former) + count, __LINE__));
+        copyOnWrite();
+    });
+    return m_begin + former;
+}
 
-void TovUniString::append(TovUChar unit) {
+void TovUniString::append(unsigned count, TovUChar unit) { std::fill_n(extend(count), count, unit); }
+
+void TovUniString::appendSlowly(TovUChar unit) {
     const unsigned count = length();
     tovdetail::stringLength(std::uint64_t(count) + 1, __LINE__);
     if (capacity() == count)
@@ -259,7 +252,7 @@ void TovUniString::append(std::u16string_view text) {
     const std::less_equal<> notBehind;
     const bool isOwn = notBehind(m_begin, text.data()) && notBehind(text.data() + text.size(), m_end);
     const std::ptrdiff_t ownAt = isOwn ? text.data() - m_begin : 0;
-    TovUChar *target = extend(*this, count);
+    TovUChar *target = extend(count);
     std::copy_n(isOwn ? m_begin + ownAt : text.data(), count, target);
 }
 
@@ -267,7 +260,7 @@ void TovUniString::insert(unsigned position, unsigned count, TovUChar unit) {
     if (position >= length())
         return append(count, unit);
     const unsigned behind = length() - position;
-    TovUChar *gap = extend(*this, count) - behind;
+    TovUChar *gap = extend(count) - behind;
     std::copy_backward(gap, gap + behind, m_end);
     std::fill_n(gap, count, unit);
 }
@@ -343,7 +336,7 @@ void TovUniString::appendUInt32(std::uint32_t value, unsigned width) {
     allOrNothing(*this, [&] {
         if (digits < width)
             append(width - digits, u'0');
-        extend(*this, digits);
+        extend(digits);
     });
     writeDigits(m_end, value);
 }

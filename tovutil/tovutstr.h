@@ -26,13 +26,16 @@
 #include <tovutil/tovstring.h>
 #include <tovutil/tovutsti.h>
 
+#include <algorithm>
 #include <cassert>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <iterator>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 
 class TovRc;
@@ -68,13 +71,12 @@ public:
     explicit TovUniString(std::u16string_view text);
 
     /// A copy. The text of a string that lives on a fast heap is copied to the global memory.
-    TovUniString(const TovUniString &other) : TovUniString() { other.copyTo(*this, nullptr); }
+    TovUniString(const TovUniString &other) : TovUniString(other, nullptr) {}
 
     /// A copy for a fast heap, on which it then lives if it has a text of its own: the text is shared if it
     /// lies there already.
-    TovUniString(const TovUtRef<TovFastHeap> &heap, const TovUniString &other) : TovUniString() {
-        other.copyTo(*this, heap.get());
-    }
+    TovUniString(const TovUtRef<TovFastHeap> &heap, const TovUniString &other)
+        : TovUniString(other, heap.get()) {}
 
     /// Takes the text as it is, with its heap; `other` is empty afterwards.
     TovUniString(TovUniString &&other) noexcept
@@ -127,7 +129,7 @@ public:
     unsigned length() const noexcept { return static_cast<unsigned>(m_end - m_begin); }
     unsigned size() const noexcept { return length(); }
     bool empty() const noexcept { return m_begin == m_end; }
-    static constexpr unsigned max_size() noexcept { return npos - 1; }
+    static constexpr unsigned max_size() noexcept { return npos - 2; } // a terminator, and npos is no length
 
     /// The unit at a position below length(). Not checked.
     const TovUChar &operator[](unsigned position) const {
@@ -178,7 +180,14 @@ public:
     const TovUniStringImpl &impl() const { return *m_impl; }
 
     /// At most `count` units from `position` on; empty behind the end. Shares the text as a copy does.
-    TovUniString substr(unsigned position, unsigned count = npos) const;
+    TovUniString substr(unsigned position, unsigned count = npos) const {
+        if (position > length()) [[unlikely]]
+            return TovUniString();
+        TovUniString part(*this); // never a LocalCopy, whose representation alone cuts in another way
+        part.m_begin += position;
+        part.m_end = part.m_begin + std::min(count, length() - position);
+        return part;
+    }
 
     // Search: the result is a place in this string's text ------------------------------------------------
     //
@@ -224,10 +233,12 @@ public:
     int fastCompare(const TovUniString &other) const noexcept;
 
     friend bool operator==(const TovUniString &left, const TovUniString &right) noexcept {
-        return left.fastCompare(right) == 0;
+        return left == right.view();
     }
     friend bool operator==(const TovUniString &left, std::u16string_view right) noexcept {
-        return left.view() == right;
+        return left.length() == right.size() &&
+               (left.empty() ||
+                std::memcmp(left.m_begin, right.data(), right.size() * sizeof(TovUChar)) == 0);
     }
     friend std::strong_ordering operator<=>(const TovUniString &left, const TovUniString &right) noexcept {
         return left.compare(right) <=> 0;
@@ -269,7 +280,12 @@ public:
 
     /// Cost       The capacity grows by 10 units when it is used up; what moves the text, and how often,
     ///            is told by TovUniStringHeapImpl::reallocate().
-    void append(TovUChar unit);
+    void append(TovUChar unit) {
+        if (TovUChar *target = takeRoom(1)) [[likely]]
+            *target = unit;
+        else
+            appendSlowly(unit);
+    }
     void push_back(TovUChar unit) { append(unit); }
 
     /// Appends a text, which may be a part of this string's own.
@@ -296,7 +312,23 @@ private:
     friend class TovUniStringEmptyImpl;
     friend class TovUniStringLocalCopyImpl;
 
+    TovUniString(const TovUniString &other, TovFastHeap *heap)
+        : m_begin(nullptr), m_end(nullptr), m_impl(nullptr) {
+        other.copyTo(*this, heap);
+    }
     TovUniString(const TovUChar *text, unsigned length, TovUniStringImpl *impl);
+
+    // Makes the text longer by units that are there and nobody else's, and gives their place; else null. What
+    // the representation would do, without a virtual call.
+    TovUChar *takeRoom(unsigned count) noexcept {
+        const TovUniStringImpl &impl = *m_impl;
+        if (&typeid(impl) != &typeid(TovUniStringHeapImpl) ||
+            !static_cast<const TovUniStringHeapImpl &>(impl).hasRoom(m_end, count))
+            return nullptr;
+        return std::exchange(m_end, m_end + count);
+    }
+    TovUChar *extend(unsigned count);
+    void appendSlowly(TovUChar unit);
 
     bool narrowTo(const TovUniString &part);
     TovUniString between(const TovUChar *first, const TovUChar *last) const;
