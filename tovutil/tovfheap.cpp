@@ -132,10 +132,11 @@ TovFastHeapHeader::TovFastHeapHeader(TovFastHeap &heap, TovMemStack &stack) {
     }
 }
 
-void *TovFastHeap::allocateFirstOrLarge(std::size_t size) {
+void *TovFastHeap::allocateSpecial(std::size_t size) {
     if (!isOn())
         return ::operator new(size);
-    if (TovFastHeapPartition::getAllocSize(size) > TovFastHeapHeader::c_maxAllocSize)
+    const std::size_t allocSize = TovFastHeapPartition::getAllocSize(size);
+    if (allocSize > TovFastHeapHeader::c_maxAllocSize)
         return globalAllocate(size);
     if (!m_header) {
         void *storage = m_memStack->allocate(sizeof(TovFastHeapHeader), sizeof(TovFastHeapHeader));
@@ -144,7 +145,7 @@ void *TovFastHeap::allocateFirstOrLarge(std::size_t size) {
             rememberPartitions(*header);
         m_header = header; // last: a heap whose header can't be made has none
     }
-    return allocateSmall(size);
+    return allocateSmall(size, allocSize);
 }
 
 void *TovFastHeapPartition::allocateFresh(TovMemStack &stack) {

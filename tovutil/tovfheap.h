@@ -30,6 +30,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 
 class TovFastHeap;
@@ -82,8 +83,9 @@ private:
 
     static constexpr std::size_t prefixRoom(std::size_t size) { return size % 8 == 0 ? 8 : sizeof(void *); }
 
+    // With wide pointers the alignment makes of the header's address the object's less 8.
     static TovFastHeapPartition *readPrefix(void *object) {
-        TovFastHeapPartition **header = getHeader(object);
+        TovFastHeapPartition **header = getHeader(std::assume_aligned<alignof(FreeObject)>(object));
         tovdetail::reveal(header, sizeof *header);
         TovFastHeapPartition *partition = *header;
         tovdetail::poison(header, sizeof *header);
@@ -96,6 +98,7 @@ private:
         tovdetail::poison(header, sizeof *header);
     }
 
+    inline void *takeFree(); // null when none waits
     void *allocateFresh(TovMemStack &stack);
     void poisonBehind(void *object, std::size_t size) {
         tovdetail::poison(static_cast<char *>(object) + size, m_size - sizeof(void *) - size);
@@ -128,8 +131,13 @@ struct TOV_EXPORT TovFastHeapHeader {
 
     /// Gives an object from the class of `allocSize`, which is at most c_maxAllocSize.
     void *allocate(std::size_t allocSize, TovMemStack &stack) {
-        return m_partitions[sm_index[allocSize]]->allocate(stack);
+        return partition(allocSize).allocate(stack);
     }
+
+private:
+    friend class TovFastHeap;
+
+    TovFastHeapPartition &partition(std::size_t allocSize) { return *m_partitions[sm_index[allocSize]]; }
 };
 
 class TOV_EXPORT TovFastHeap : public TovUtRefBase {
@@ -149,10 +157,11 @@ public:
 
     /// Gives an object of `size` bytes, never null, that deallocate() takes back.
     [[nodiscard]] void *allocate(std::size_t size) {
-        // A heap has no header while the fast heaps are off.
-        if (size > c_maxSmall || !m_header) [[unlikely]]
-            return allocateFirstOrLarge(size);
-        return allocateSmall(size);
+        // A heap has no header while the fast heaps are off. Size 0 is told apart here because it alone would
+        // need a test to find its class.
+        if (size - 1 >= c_maxSmall || !m_header) [[unlikely]]
+            return allocateSpecial(size);
+        return allocateSmall(size, size + TovFastHeapPartition::prefixRoom(size));
     }
 
     /// The same without a heap, from tovMalloc().
@@ -189,15 +198,16 @@ private:
     }
     static Mode readMode();
 
-    void *allocateSmall(std::size_t size) {
-        const std::size_t allocSize = TovFastHeapPartition::getAllocSize(size);
-        void *object = m_header->allocate(allocSize, *m_memStack);
+    void *allocateSmall(std::size_t size, std::size_t allocSize) {
+        TovFastHeapPartition &partition = m_header->partition(allocSize);
+        void *object = partition.takeFree();
+        if (!object) [[unlikely]]
+            object = partition.allocateFresh(*m_memStack);
         addReference();
-        if constexpr (tovdetail::c_poisons)
-            m_header->m_partitions[TovFastHeapHeader::sm_index[allocSize]]->poisonBehind(object, size);
+        partition.poisonBehind(object, size);
         return object;
     }
-    void *allocateFirstOrLarge(std::size_t size);
+    void *allocateSpecial(std::size_t size);
     static void freeLarge(void *object);
     static TovFastHeap &offHeap();
 
@@ -213,9 +223,14 @@ private:
 };
 
 inline void *TovFastHeapPartition::allocate(TovMemStack &stack) {
+    void *object = takeFree();
+    return object ? object : allocateFresh(stack);
+}
+
+inline void *TovFastHeapPartition::takeFree() {
     FreeObject *object = m_free;
     if (!object) [[unlikely]]
-        return allocateFresh(stack);
+        return nullptr;
     tovdetail::reveal(object, sizeof *object);
     m_free = object->next;
     tovdetail::unpoison(object, m_size - sizeof(void *));
