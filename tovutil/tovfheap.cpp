@@ -79,7 +79,8 @@ TovFastHeap::TovFastHeap(TovMemStack &stack) : m_memStack(&stack), m_header(null
 
 TovFastHeap::~TovFastHeap() {
     if constexpr (tovdetail::c_heapChecks)
-        forgetPartitions();
+        if (m_header)
+            forgetPartitions(*m_header);
 }
 
 void TovFastHeap::unreferenced() {
@@ -235,14 +236,18 @@ void TovFastHeapPartition::checkLive(void *object) {
 }
 
 void TovFastHeap::rememberPartitions(const TovFastHeapHeader &header) {
-    for (TovFastHeapPartition *partition : header.m_partitions)
-        partitions().add(partition);
+    try {
+        for (TovFastHeapPartition *partition : header.m_partitions)
+            partitions().add(partition);
+    } catch (...) {
+        forgetPartitions(header);
+        throw;
+    }
 }
 
-void TovFastHeap::forgetPartitions() {
-    if (m_header)
-        for (TovFastHeapPartition *partition : m_header->m_partitions)
-            partitions().remove(partition);
+void TovFastHeap::forgetPartitions(const TovFastHeapHeader &header) {
+    for (TovFastHeapPartition *partition : header.m_partitions)
+        partitions().remove(partition);
 }
 
 void TovFastHeap::rememberLarge(void *object) {

@@ -62,11 +62,11 @@ public:
         return std::launder(reinterpret_cast<TovFastHeapPartition **>(static_cast<char *>(object) - back));
     }
 
-    /// The bytes that an object of `size` bytes takes with its prefix word: never fewer than an object on a
-    /// free list needs. For a size that has no such number, the largest there is.
+    /// The bytes that an object of `size` bytes takes with its prefix word; with wide pointers never fewer
+    /// than an object on a free list needs. For a size that has no such number, the largest there is.
     static constexpr std::size_t getAllocSize(std::size_t size) {
         const std::size_t allocSize = size + prefixRoom(size);
-        return allocSize < size ? SIZE_MAX : std::max(allocSize, 2 * sizeof(void *));
+        return allocSize < size ? SIZE_MAX : std::max(allocSize, c_minAllocSize);
     }
 
     /// The object of `size` bytes in a block of getAllocSize(size) bytes.
@@ -80,6 +80,9 @@ private:
     struct FreeObject {
         FreeObject *next;
     };
+
+    // Two words, unless the smallest class has room for them whatever the size.
+    static constexpr std::size_t c_minAllocSize = 2 * sizeof(void *) > 8 ? 2 * sizeof(void *) : 0;
 
     static constexpr std::size_t prefixRoom(std::size_t size) { return size % 8 == 0 ? 8 : sizeof(void *); }
 
@@ -130,9 +133,7 @@ struct TOV_EXPORT TovFastHeapHeader {
     TovFastHeapHeader &operator=(const TovFastHeapHeader &) = delete;
 
     /// Gives an object from the class of `allocSize`, which is at most c_maxAllocSize.
-    void *allocate(std::size_t allocSize, TovMemStack &stack) {
-        return partition(allocSize).allocate(stack);
-    }
+    void *allocate(std::size_t allocSize, TovMemStack &stack) { return partition(allocSize).allocate(stack); }
 
 private:
     friend class TovFastHeap;
@@ -213,7 +214,7 @@ private:
 
     // With TOV_HEAP_CHECKS: what checkLive() looks up.
     static void rememberPartitions(const TovFastHeapHeader &header);
-    void forgetPartitions();
+    static void forgetPartitions(const TovFastHeapHeader &header);
     static void rememberLarge(void *object);
 
     static std::atomic<Mode> ms_mode; // threads that read it first at the same time find the same value
