@@ -180,14 +180,16 @@ struct PrefixList {
                 ++current;
             index[size] = current;
         }
-        for (std::size_t i = 0; i < classCount; ++i)
+        for (std::size_t i = 0; i < classCount; ++i) {
             classes[i] = {sizes[i], nullptr, this};
+            table[i] = &classes[i];
+        }
     }
     PrefixList(const PrefixList &) = delete;
 
     static bool usable() { return true; }
     void *get(std::size_t size) {
-        Class &list = classes[index[size + 8]];
+        Class &list = *table[index[size + 8]];
         moveCount(1);
         if (FreeObject *object = list.free) {
             list.free = object->next;
@@ -215,6 +217,7 @@ struct PrefixList {
     static constexpr std::size_t classCount = 16;
     std::uint32_t index[521];
     Class classes[classCount];
+    Class *table[classCount];
     int count = 1;
     Bump bump;
 };
