@@ -66,7 +66,7 @@ public:
     /// than an object on a free list needs. For a size that has no such number, the largest there is.
     static constexpr std::size_t getAllocSize(std::size_t size) {
         const std::size_t allocSize = size + prefixRoom(size);
-        return allocSize < size ? SIZE_MAX : std::max(allocSize, c_minAllocSize);
+        return allocSize < size ? SIZE_MAX : std::max<std::size_t>(allocSize, c_minAllocSize);
     }
 
     /// The object of `size` bytes in a block of getAllocSize(size) bytes.
@@ -82,7 +82,7 @@ private:
     };
 
     // Two words, unless the smallest class has room for them whatever the size.
-    static constexpr std::size_t c_minAllocSize = 2 * sizeof(void *) > 8 ? 2 * sizeof(void *) : 0;
+    enum : std::size_t { c_minAllocSize = 2 * sizeof(void *) > 8 ? 2 * sizeof(void *) : 0 };
 
     static constexpr std::size_t prefixRoom(std::size_t size) { return size % 8 == 0 ? 8 : sizeof(void *); }
 
