@@ -4,6 +4,7 @@
 
 #include <tovutil/tovfheap.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
@@ -179,15 +180,17 @@ struct PrefixList {
                 ++current;
             index[size] = current;
         }
-        for (std::size_t i = 0; i < classCount; ++i)
+        for (std::size_t i = 0; i < classCount; ++i) {
             classes[i] = {sizes[i], nullptr, this};
+            table[i] = &classes[i];
+        }
     }
     PrefixList(const PrefixList &) = delete;
 
     static bool usable() { return true; }
     void *get(std::size_t size) {
-        Class &list = classes[index[size + 8]];
-        ++count;
+        Class &list = *table[index[size + 8]];
+        moveCount(1);
         if (FreeObject *object = list.free) {
             list.free = object->next;
             return object;
@@ -199,14 +202,23 @@ struct PrefixList {
     void put(void *object, std::size_t) {
         Class &list = *static_cast<Class **>(object)[-1];
         list.free = ::new (object) FreeObject{list.free};
-        if (--list.owner->count == 0)
+        if (list.owner->moveCount(-1) == 0)
             std::abort();
+    }
+
+    // By a load and a store, because an addition in memory waits longer for the one before it.
+    int moveCount(int by) {
+        const std::atomic_ref<int> shared(count);
+        const int moved = shared.load(std::memory_order_relaxed) + by;
+        shared.store(moved, std::memory_order_relaxed);
+        return moved;
     }
 
     static constexpr std::size_t classCount = 16;
     std::uint32_t index[521];
     Class classes[classCount];
-    std::uint32_t count = 1;
+    Class *table[classCount];
+    int count = 1;
     Bump bump;
 };
 

@@ -8,6 +8,7 @@
 #include <tovutil/tovcache.h>
 #include <tovutil/tovdump.h>
 #include <tovutil/toverrio.h>
+#include <tovutil/tovfheap.h>
 #include <tovutil/tovldapu.h>
 #include <tovutil/tovpath.h>
 #include <tovutil/tovslibc.h>
@@ -107,6 +108,17 @@ TEST(OutOfMemory, TracedRandomRelease) {
     failEachAllocation<std::bad_alloc>([] { return __long_random(100); },
                                        [](unsigned) { TovRandom_release(); },
                                        [](unsigned) { EXPECT_LT(__long_random(100), 100U); });
+}
+
+TEST(OutOfMemory, TracedHeapRelease) {
+    const DroppedTrace trace("TovPoolCtrl::release=all");
+    failEachAllocation<std::bad_alloc>(
+        [] {
+            TovUtAlcPool::ms_lock = PTHREAD_ONCE_INIT;
+            return &TovFastHeap::getEmptyRef();
+        },
+        [](const auto *) { TovUtAlcPool_release(); },
+        [](const auto *empty) { EXPECT_EQ(empty, &TovFastHeap::getEmptyRef()) << "nothing is released"; });
 }
 
 TEST(OutOfMemory, Random) {

@@ -79,7 +79,8 @@ TovFastHeap::TovFastHeap(TovMemStack &stack) : m_memStack(&stack), m_header(null
 
 TovFastHeap::~TovFastHeap() {
     if constexpr (tovdetail::c_heapChecks)
-        forgetPartitions();
+        if (m_header)
+            forgetPartitions(*m_header);
 }
 
 void TovFastHeap::unreferenced() {
@@ -132,10 +133,11 @@ TovFastHeapHeader::TovFastHeapHeader(TovFastHeap &heap, TovMemStack &stack) {
     }
 }
 
-void *TovFastHeap::allocateFirstOrLarge(std::size_t size) {
+void *TovFastHeap::allocateSpecial(std::size_t size) {
     if (!isOn())
         return ::operator new(size);
-    if (TovFastHeapPartition::getAllocSize(size) > TovFastHeapHeader::c_maxAllocSize)
+    const std::size_t allocSize = TovFastHeapPartition::getAllocSize(size);
+    if (allocSize > TovFastHeapHeader::c_maxAllocSize)
         return globalAllocate(size);
     if (!m_header) {
         void *storage = m_memStack->allocate(sizeof(TovFastHeapHeader), sizeof(TovFastHeapHeader));
@@ -144,7 +146,7 @@ void *TovFastHeap::allocateFirstOrLarge(std::size_t size) {
             rememberPartitions(*header);
         m_header = header; // last: a heap whose header can't be made has none
     }
-    return allocateSmall(size);
+    return allocateSmall(size, allocSize);
 }
 
 void *TovFastHeapPartition::allocateFresh(TovMemStack &stack) {
@@ -234,14 +236,18 @@ void TovFastHeapPartition::checkLive(void *object) {
 }
 
 void TovFastHeap::rememberPartitions(const TovFastHeapHeader &header) {
-    for (TovFastHeapPartition *partition : header.m_partitions)
-        partitions().add(partition);
+    try {
+        for (TovFastHeapPartition *partition : header.m_partitions)
+            partitions().add(partition);
+    } catch (...) {
+        forgetPartitions(header);
+        throw;
+    }
 }
 
-void TovFastHeap::forgetPartitions() {
-    if (m_header)
-        for (TovFastHeapPartition *partition : m_header->m_partitions)
-            partitions().remove(partition);
+void TovFastHeap::forgetPartitions(const TovFastHeapHeader &header) {
+    for (TovFastHeapPartition *partition : header.m_partitions)
+        partitions().remove(partition);
 }
 
 void TovFastHeap::rememberLarge(void *object) {

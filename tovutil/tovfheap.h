@@ -30,6 +30,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 
 class TovFastHeap;
@@ -61,11 +62,11 @@ public:
         return std::launder(reinterpret_cast<TovFastHeapPartition **>(static_cast<char *>(object) - back));
     }
 
-    /// The bytes that an object of `size` bytes takes with its prefix word: never fewer than an object on a
-    /// free list needs. For a size that has no such number, the largest there is.
+    /// The bytes that an object of `size` bytes takes with its prefix word; with wide pointers never fewer
+    /// than an object on a free list needs. For a size that has no such number, the largest there is.
     static constexpr std::size_t getAllocSize(std::size_t size) {
         const std::size_t allocSize = size + prefixRoom(size);
-        return allocSize < size ? SIZE_MAX : std::max(allocSize, 2 * sizeof(void *));
+        return allocSize < size ? SIZE_MAX : std::max<std::size_t>(allocSize, c_minAllocSize);
     }
 
     /// The object of `size` bytes in a block of getAllocSize(size) bytes.
@@ -80,10 +81,14 @@ private:
         FreeObject *next;
     };
 
+    // Two words, unless the smallest class has room for them whatever the size.
+    enum : std::size_t { c_minAllocSize = 2 * sizeof(void *) > 8 ? 2 * sizeof(void *) : 0 };
+
     static constexpr std::size_t prefixRoom(std::size_t size) { return size % 8 == 0 ? 8 : sizeof(void *); }
 
+    // With wide pointers the alignment makes of the header's address the object's less 8.
     static TovFastHeapPartition *readPrefix(void *object) {
-        TovFastHeapPartition **header = getHeader(object);
+        TovFastHeapPartition **header = getHeader(std::assume_aligned<alignof(FreeObject)>(object));
         tovdetail::reveal(header, sizeof *header);
         TovFastHeapPartition *partition = *header;
         tovdetail::poison(header, sizeof *header);
@@ -96,6 +101,7 @@ private:
         tovdetail::poison(header, sizeof *header);
     }
 
+    inline void *takeFree(); // null when none waits
     void *allocateFresh(TovMemStack &stack);
     void poisonBehind(void *object, std::size_t size) {
         tovdetail::poison(static_cast<char *>(object) + size, m_size - sizeof(void *) - size);
@@ -127,9 +133,12 @@ struct TOV_EXPORT TovFastHeapHeader {
     TovFastHeapHeader &operator=(const TovFastHeapHeader &) = delete;
 
     /// Gives an object from the class of `allocSize`, which is at most c_maxAllocSize.
-    void *allocate(std::size_t allocSize, TovMemStack &stack) {
-        return m_partitions[sm_index[allocSize]]->allocate(stack);
-    }
+    void *allocate(std::size_t allocSize, TovMemStack &stack) { return partition(allocSize).allocate(stack); }
+
+private:
+    friend class TovFastHeap;
+
+    TovFastHeapPartition &partition(std::size_t allocSize) { return *m_partitions[sm_index[allocSize]]; }
 };
 
 class TOV_EXPORT TovFastHeap : public TovUtRefBase {
@@ -149,10 +158,11 @@ public:
 
     /// Gives an object of `size` bytes, never null, that deallocate() takes back.
     [[nodiscard]] void *allocate(std::size_t size) {
-        // A heap has no header while the fast heaps are off.
-        if (size > c_maxSmall || !m_header) [[unlikely]]
-            return allocateFirstOrLarge(size);
-        return allocateSmall(size);
+        // A heap has no header while the fast heaps are off. Size 0 is told apart here because it alone would
+        // need a test to find its class.
+        if (size - 1 >= c_maxSmall || !m_header) [[unlikely]]
+            return allocateSpecial(size);
+        return allocateSmall(size, size + TovFastHeapPartition::prefixRoom(size));
     }
 
     /// The same without a heap, from tovMalloc().
@@ -189,21 +199,22 @@ private:
     }
     static Mode readMode();
 
-    void *allocateSmall(std::size_t size) {
-        const std::size_t allocSize = TovFastHeapPartition::getAllocSize(size);
-        void *object = m_header->allocate(allocSize, *m_memStack);
+    void *allocateSmall(std::size_t size, std::size_t allocSize) {
+        TovFastHeapPartition &partition = m_header->partition(allocSize);
+        void *object = partition.takeFree();
+        if (!object) [[unlikely]]
+            object = partition.allocateFresh(*m_memStack);
         addReference();
-        if constexpr (tovdetail::c_poisons)
-            m_header->m_partitions[TovFastHeapHeader::sm_index[allocSize]]->poisonBehind(object, size);
+        partition.poisonBehind(object, size);
         return object;
     }
-    void *allocateFirstOrLarge(std::size_t size);
+    void *allocateSpecial(std::size_t size);
     static void freeLarge(void *object);
     static TovFastHeap &offHeap();
 
     // With TOV_HEAP_CHECKS: what checkLive() looks up.
     static void rememberPartitions(const TovFastHeapHeader &header);
-    void forgetPartitions();
+    static void forgetPartitions(const TovFastHeapHeader &header);
     static void rememberLarge(void *object);
 
     static std::atomic<Mode> ms_mode; // threads that read it first at the same time find the same value
@@ -213,9 +224,14 @@ private:
 };
 
 inline void *TovFastHeapPartition::allocate(TovMemStack &stack) {
+    void *object = takeFree();
+    return object ? object : allocateFresh(stack);
+}
+
+inline void *TovFastHeapPartition::takeFree() {
     FreeObject *object = m_free;
     if (!object) [[unlikely]]
-        return allocateFresh(stack);
+        return nullptr;
     tovdetail::reveal(object, sizeof *object);
     m_free = object->next;
     tovdetail::unpoison(object, m_size - sizeof(void *));

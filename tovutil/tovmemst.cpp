@@ -22,9 +22,15 @@ TovMemStackBlock *makeBlock(std::uint32_t dataSize, TovMemStackBlock *next) {
     return ::new (storage) TovMemStackBlock(dataSize, next);
 }
 
-void freeBlock(TovMemStackBlock *block) {
-    block->~TovMemStackBlock();
-    ::operator delete(block);
+// Newest first, because the newest is likely to lie at the end of what the general allocator has in use, and
+// is cheap to take back there. One by one: a destructor that calls the next one's would need as much call
+// stack as there are blocks.
+void freeBlocks(TovMemStackBlock *newest) {
+    while (TovMemStackBlock *block = newest) {
+        newest = std::exchange(block->m_next, nullptr);
+        block->~TovMemStackBlock();
+        ::operator delete(block);
+    }
 }
 
 } // namespace
@@ -41,11 +47,7 @@ TovMemStackBlock::TovMemStackBlock(std::uint32_t dataSize, TovMemStackBlock *nex
 }
 
 TovMemStackBlock::~TovMemStackBlock() {
-    // One by one: a destructor that calls the next one's would need as much call stack as there are blocks.
-    while (TovMemStackBlock *older = m_next) {
-        m_next = std::exchange(older->m_next, nullptr);
-        freeBlock(older);
-    }
+    freeBlocks(std::exchange(m_next, nullptr));
     const char *data = reinterpret_cast<const char *>(this + 1);
     tovdetail::unpoison(data, static_cast<std::size_t>(m_current + m_avail - data));
 }
@@ -66,8 +68,7 @@ static_assert(sizeof(TovMemStackBlock) % alignof(TovMemStack) == 0, "and at a bo
 void TovMemStack::destroy() {
     TovMemStackBlock *blocks = std::exchange(m_head, nullptr);
     this->~TovMemStack(); // before its storage goes with the oldest block
-    if (blocks)
-        freeBlock(blocks);
+    freeBlocks(blocks);
 }
 
 TovMemStack::TovMemStack(std::size_t size) : m_blockSize(sizeOrDefault(size)), m_head(nullptr) {}
@@ -75,10 +76,7 @@ TovMemStack::TovMemStack(std::size_t size) : m_blockSize(sizeOrDefault(size)), m
 TovMemStack::TovMemStack(std::size_t size, TovMemStackBlock *block)
     : m_blockSize(checkedSize(size)), m_head(block) {}
 
-TovMemStack::~TovMemStack() {
-    if (m_head)
-        freeBlock(m_head);
-}
+TovMemStack::~TovMemStack() { freeBlocks(m_head); }
 
 void *TovMemStack::allocateInNewBlock(std::size_t size, std::size_t alignment) {
     // 8 more than asked for, so that the piece fits whatever its padding is.

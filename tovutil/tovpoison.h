@@ -34,13 +34,6 @@ inline constexpr bool c_heapChecks = true;
 inline constexpr bool c_heapChecks = false;
 #endif
 
-/// Whether the functions below do anything.
-#if defined(TOV_POISON_ASAN) || defined(TOV_POISON_VALGRIND)
-inline constexpr bool c_poisons = true;
-#else
-inline constexpr bool c_poisons = false;
-#endif
-
 /// Nobody may touch these bytes.
 inline void poison([[maybe_unused]] const void *address, [[maybe_unused]] std::size_t size) noexcept {
 #ifdef TOV_POISON_ASAN

@@ -31,15 +31,15 @@ public:
 
     /// The two steps of whoever moves the count by hand. The object may be gone after the second.
     void addReference() {
-        if (store(count() + 1) == 1) [[unlikely]]
+        if (moveCount(1) == 1) [[unlikely]]
             referenced();
     }
     void dropReference() {
-        if (store(count() - 1) == 0) [[unlikely]]
+        if (moveCount(-1) == 0) [[unlikely]]
             unreferenced();
     }
 
-    /// References at present. Not checked for overflow or underflow.
+    /// References at present. Not checked for overflow or underflow: it wraps.
     std::int32_t count() const {
         return std::atomic_ref<std::int32_t>(const_cast<std::int32_t &>(m_count))
             .load(std::memory_order_relaxed);
@@ -48,9 +48,12 @@ public:
 private:
     // A plain load, add and store. They are spelt as relaxed accesses because in a process that has turned
     // its fast heaps off the heaps of all threads are one object, whose count nobody relies on.
-    std::int32_t store(std::int32_t count) {
-        std::atomic_ref<std::int32_t>(m_count).store(count, std::memory_order_relaxed);
-        return count;
+    // The sum is unsigned because a heap may have more objects than a signed word can count.
+    std::int32_t moveCount(std::int32_t by) {
+        const auto sum = static_cast<std::uint32_t>(count()) + static_cast<std::uint32_t>(by);
+        const auto moved = static_cast<std::int32_t>(sum);
+        std::atomic_ref<std::int32_t>(m_count).store(moved, std::memory_order_relaxed);
+        return moved;
     }
 
     std::int32_t m_count;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -71,6 +73,19 @@ TEST(RefCount, FiresAgainForAnObjectThatSurvives) {
         object.dropReference();
     }
     EXPECT_EQ("rururud", log);
+}
+
+TEST(RefCount, WrapsBeyondItsLargestValue) {
+    std::string log;
+    Watched object(log, true);
+    const std::int32_t largest = INT32_MAX;
+    std::memcpy(reinterpret_cast<char *>(static_cast<TovUtRefBase *>(&object)) + sizeof(void *), &largest,
+                sizeof largest);
+    object.addReference();
+    EXPECT_EQ(INT32_MIN, object.count());
+    object.dropReference();
+    EXPECT_EQ(INT32_MAX, object.count());
+    EXPECT_EQ("", log);
 }
 
 TEST(RefCount, DeletesThroughTheBase) {
