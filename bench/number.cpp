@@ -4,6 +4,7 @@
 #include <tovutil/tovuterr.h>
 #include <tovutil/tovutstr.h>
 
+#include <bit>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -128,9 +129,10 @@ View pairsInPlace(char16_t *to, std::uint32_t number) {
         }
         return table;
     }();
-    std::size_t length = 1;
-    for (std::uint64_t power = 10; number >= power; power *= 10)
-        ++length;
+    static constexpr std::uint32_t powers[] = {1,      10,      100,      1000,      10000,
+                                               100000, 1000000, 10000000, 100000000, 1000000000};
+    const auto guess = static_cast<std::size_t>(std::bit_width(number | 1)) * 1233 >> 12;
+    const std::size_t length = guess + (number >= powers[guess] || number == 0 ? 1 : 0);
     char16_t *at = to + length;
     for (; number >= 100; number /= 100)
         std::memcpy(at -= 2, &pairs[number % 100], 4);
@@ -150,14 +152,15 @@ void registerToText() {
             benchmark::ClobberMemory();
         }
     });
-    toText("tovutil",
-           [string = TovUniString(std::u16string(1000, u' '))](char16_t *, std::uint32_t number) mutable {
-               if (string.capacity() - string.length() < 10)
-                   string.erase();
-               const unsigned before = string.length();
-               string.appendUInt32(number, 0);
-               return string.view().substr(before);
-           });
+    // Behind each other, in a buffer that has room.
+    toText("tovutil", [string = TovUniString(std::u16string(1000, u' ')),
+                       n = 0u](char16_t *, std::uint32_t number) mutable {
+        if (n++ % 64 == 0)
+            string.erase();
+        const unsigned before = string.length();
+        string.appendUInt32(number, 0);
+        return string.view().substr(before);
+    });
     toText("model:pairs-in-place", pairsInPlace);
     toText("to_chars", [](char16_t *to, std::uint32_t number) {
         char digits[16];

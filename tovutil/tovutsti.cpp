@@ -168,15 +168,6 @@ TovUniStringHeapImpl *TovUniStringHeapImpl::extend(unsigned unitCount) {
     return this;
 }
 
-void TovUniStringHeapImpl::addRef() { ++m_refCount; }
-
-void TovUniStringHeapImpl::delRef() {
-    if (--m_refCount == 0)
-        delete this;
-}
-
-bool TovUniStringHeapImpl::isShared() const { return m_refCount > 1; }
-
 void TovUniStringHeapImpl::unshare(TovUniString *string) { copyOnWrite(string); }
 
 void TovUniStringHeapImpl::setCopyOnShare(TovUniString *, bool copyOnShare) { m_copyOnShare = copyOnShare; }
@@ -230,7 +221,7 @@ void TovUniStringHeapImpl::resize(TovUniString *string, unsigned unitCount) {
 }
 
 void TovUniStringHeapImpl::copyTo(TovUniString *from, TovUniString *to, TovFastHeap *heap) {
-    if (m_copyOnShare || heap != m_heap.get())
+    if (!canShare(heap))
         return setHeapImpl(to, from->length(), from->m_begin, from->m_end, heap);
     TovUniStringImpl *former = std::exchange(to->m_impl, this);
     to->m_begin = from->m_begin;

@@ -130,9 +130,12 @@ public:
     ///            growing by small steps moves the text seldom.
     TovUniStringImpl *reallocate(unsigned unitCount);
 
-    void addRef() override;
-    void delRef() override;
-    bool isShared() const override;
+    void addRef() override { ++m_refCount; }
+    void delRef() override {
+        if (--m_refCount == 0)
+            delete this;
+    }
+    bool isShared() const override { return m_refCount > 1; }
     void unshare(TovUniString *string) override;
     void setCopyOnShare(TovUniString *string, bool copyOnShare) override;
     unsigned capacity(const TovUniString *string) const override;
@@ -143,6 +146,9 @@ public:
     void resize(TovUniString *string, unsigned unitCount) override;
     void copyTo(TovUniString *from, TovUniString *to, TovFastHeap *heap) override;
     TovUChar *str(TovUniString *string) override;
+
+    /// Whether a copy of a string for `heap` shares the buffer.
+    bool canShare(const TovFastHeap *heap) const { return !m_copyOnShare && heap == m_heap.get(); }
 
     /// Where the buffer begins.
     TovUChar *str() const {

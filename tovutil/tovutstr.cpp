@@ -332,13 +332,22 @@ void writeDigits(TovUChar *end, std::uint32_t value) {
 
 void TovUniString::appendUInt32(std::uint32_t value, unsigned width) {
     const unsigned digits = countDigits(value);
-    tovdetail::stringLength(std::uint64_t(length()) + std::max(digits, width), __LINE__);
+    const unsigned zeros = std::max(digits, width) - digits;
+    if (TovUChar *target = takeRoom(zeros + digits))
+        std::fill_n(target, zeros, u'0');
+    else
+        extendForNumber(zeros, digits);
+    writeDigits(m_end, value);
+}
+
+// In two steps, because the capacity that is told afterwards is that of two.
+void TovUniString::extendForNumber(unsigned zeros, unsigned digits) {
+    tovdetail::stringLength(std::uint64_t(length()) + zeros + digits, __LINE__);
     allOrNothing(*this, [&] {
-        if (digits < width)
-            append(width - digits, u'0');
+        if (zeros > 0)
+            append(zeros, u'0');
         extend(digits);
     });
-    writeDigits(m_end, value);
 }
 
 void TovUniString::appendInt32(std::int32_t value, unsigned width) {

@@ -84,7 +84,12 @@ public:
         TovUniStringImpl::setEmptyImpl(&other);
     }
 
-    ~TovUniString() { m_impl->delRef(); }
+    ~TovUniString() {
+        if (TovUniStringHeapImpl *buffer = heapImpl())
+            buffer->delRef();
+        else
+            m_impl->delRef();
+    }
 
     /// As the constructors. A string of initStatic() that is assigned a part of itself keeps its block.
     TovUniString &operator=(const TovUniString &other);
@@ -313,21 +318,32 @@ private:
     friend class TovUniStringLocalCopyImpl;
 
     TovUniString(const TovUniString &other, TovFastHeap *heap)
-        : m_begin(nullptr), m_end(nullptr), m_impl(nullptr) {
-        other.copyTo(*this, heap);
+        : m_begin(other.m_begin), m_end(other.m_end), m_impl(nullptr) {
+        TovUniStringHeapImpl *buffer = other.heapImpl();
+        if (buffer && buffer->canShare(heap)) {
+            buffer->addRef();
+            m_impl = buffer;
+        } else {
+            other.copyTo(*this, heap);
+        }
     }
     TovUniString(const TovUChar *text, unsigned length, TovUniStringImpl *impl);
 
-    // Makes the text longer by units that are there and nobody else's, and gives their place; else null. What
-    // the representation would do, without a virtual call.
-    TovUChar *takeRoom(unsigned count) noexcept {
+    // The representation if it is a counted buffer, else null. By far the most are, and for them the
+    // commonest operations do here what the representation would do, without a virtual call.
+    TovUniStringHeapImpl *heapImpl() const noexcept {
         const TovUniStringImpl &impl = *m_impl;
-        if (&typeid(impl) != &typeid(TovUniStringHeapImpl) ||
-            !static_cast<const TovUniStringHeapImpl &>(impl).hasRoom(m_end, count))
-            return nullptr;
-        return std::exchange(m_end, m_end + count);
+        return &typeid(impl) == &typeid(TovUniStringHeapImpl) ? static_cast<TovUniStringHeapImpl *>(m_impl)
+                                                              : nullptr;
+    }
+
+    // Makes the text longer by units that are there and nobody else's, and gives their place; else null.
+    TovUChar *takeRoom(unsigned count) noexcept {
+        const TovUniStringHeapImpl *buffer = heapImpl();
+        return buffer && buffer->hasRoom(m_end, count) ? std::exchange(m_end, m_end + count) : nullptr;
     }
     TovUChar *extend(unsigned count);
+    void extendForNumber(unsigned zeros, unsigned digits);
     void appendSlowly(TovUChar unit);
 
     bool narrowTo(const TovUniString &part);
