@@ -6,6 +6,7 @@
 #include <tovutil/tovatomic.h>
 #include <tovutil/tovmodule.h>
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -212,7 +213,7 @@ KnownAddresses &largeObjects() {
 
 // The prefix word of a free object: its partition's address, made odd.
 TovFastHeapPartition *freeMark(TovFastHeapPartition *partition) {
-    return reinterpret_cast<TovFastHeapPartition *>(reinterpret_cast<std::uintptr_t>(partition) ^ 1);
+    return std::bit_cast<TovFastHeapPartition *>(reinterpret_cast<std::uintptr_t>(partition) ^ 1);
 }
 
 } // namespace

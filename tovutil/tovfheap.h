@@ -89,16 +89,16 @@ private:
     // With wide pointers the alignment makes of the header's address the object's less 8.
     static TovFastHeapPartition *readPrefix(void *object) {
         TovFastHeapPartition **header = getHeader(std::assume_aligned<alignof(FreeObject)>(object));
-        tovdetail::reveal(header, sizeof *header);
+        tovdetail::reveal(header, sizeof(void *));
         TovFastHeapPartition *partition = *header;
-        tovdetail::poison(header, sizeof *header);
+        tovdetail::poison(header, sizeof(void *));
         return partition;
     }
     static void writePrefix(void *object, TovFastHeapPartition *partition) {
         TovFastHeapPartition **header = getHeader(object);
-        tovdetail::unpoison(header, sizeof *header);
+        tovdetail::unpoison(header, sizeof(void *));
         *header = partition;
-        tovdetail::poison(header, sizeof *header);
+        tovdetail::poison(header, sizeof(void *));
     }
 
     inline void *takeFree(); // null when none waits

@@ -15,6 +15,7 @@
 #include <tovutil/tovexport.h>
 #include <tovutil/tovpoison.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -87,16 +88,15 @@ private:
 
     // The rows of ms_shift as the masks of their boundaries: nothing to load where the alignment is a
     // constant, and two steps from the address, which the next piece waits for.
-    static char *aligned(char *address, std::size_t alignment) {
+    static char *aligned(const char *address, std::size_t alignment) {
         const std::size_t mask = 0x01030107U >> (alignment & 7) * 4 & 7;
-        return reinterpret_cast<char *>((reinterpret_cast<std::uintptr_t>(address) + mask) & ~mask);
+        return std::bit_cast<char *>((reinterpret_cast<std::uintptr_t>(address) + mask) & ~mask);
     }
 
     // Pieces are written one behind the other, and the stores of small ones alone do not run far enough ahead
     // of themselves to hide how long a line takes to come.
     static void fetchAhead(const char *current) {
-        __builtin_prefetch(reinterpret_cast<const char *>(reinterpret_cast<std::uintptr_t>(current) + 256),
-                           1);
+        __builtin_prefetch(std::bit_cast<const char *>(reinterpret_cast<std::uintptr_t>(current) + 256), 1);
     }
 
     void *allocateInNewBlock(std::size_t size, std::size_t alignment);
