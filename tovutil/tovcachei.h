@@ -112,10 +112,17 @@ private:
         // The bucket hash % count, without a division, which takes longer than all else in a hit: the low
         // 64 bits of hash * reciprocal are the fraction of count that the remainder is.
         Entry *&bucket(std::uint32_t hash) {
-            const std::uint64_t fraction = hash * m_reciprocal;
-            const std::uint64_t count = m_buckets.size(); // below 2^32, so that no sum here wraps
-            const std::uint64_t low = (fraction & 0xFFFFFFFFU) * count >> 32;
-            return m_buckets[static_cast<std::size_t>(((fraction >> 32) * count + low) >> 32)];
+            return m_buckets[static_cast<std::size_t>(highHalf(hash * m_reciprocal, m_buckets.size()))];
+        }
+
+        static std::uint64_t highHalf(std::uint64_t fraction, std::uint64_t count) {
+#ifdef __SIZEOF_INT128__
+            __extension__ using Wide = unsigned __int128;
+            return static_cast<std::uint64_t>(Wide{fraction} * count >> 64);
+#else
+            const std::uint64_t low = (fraction & 0xFFFFFFFFU) * count >> 32; // count is below 2^32
+            return ((fraction >> 32) * count + low) >> 32;
+#endif
         }
 
         std::vector<Entry *, typename std::allocator_traits<Alloc>::template rebind_alloc<Entry *>> m_buckets;
@@ -193,8 +200,8 @@ void *TovUtCacheImplT<Alloc>::find(void *key) {
     Entry *entry = m_table.find(helper.hash(probed), probed, helper);
     if (!entry)
         return nullptr;
-    m_list.moveToFront(*entry->node.position);
-    return entry->node.position->value;
+    m_list.moveToFront(*entry); // which is its node's position, without a wait for the node
+    return entry->value;
 }
 
 template <class Alloc>
@@ -207,8 +214,8 @@ void *TovUtCacheImplT<Alloc>::insert(void *key, void *argument, bool *created) {
     if (created)
         *created = !present;
     if (present) {
-        m_list.moveToFront(*present->node.position);
-        return present->node.position->value;
+        m_list.moveToFront(*present);
+        return present->value;
     }
     NewEntry room(*this); // what can fail comes before the value is made
     void *value = m_helper->create(key, argument);
@@ -295,8 +302,13 @@ template <class Alloc>
 typename TovUtCacheImplT<Alloc>::Entry *
 TovUtCacheImplT<Alloc>::HashTable::find(std::uint32_t hash, HashNode probed, HashHelper helper) {
     Entry *entry = bucket(hash);
-    while (entry && !helper.equal(entry->node, probed))
+    while (entry) {
+        __builtin_prefetch(entry->next, 1); // most likely it is the one, and moves to the front
+        __builtin_prefetch(entry->prev, 1);
+        if (helper.equal(entry->node, probed))
+            break;
         entry = entry->chain;
+    }
     return entry;
 }
 

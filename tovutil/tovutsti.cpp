@@ -82,7 +82,7 @@ void TovUniStringImpl::setHeapImpl(TovUniString *string, unsigned unitCount, con
                                    const TovUChar *end, TovFastHeap *heap) {
     if (!end)
         end = begin + unitCount;
-    assert(end - begin <= unitCount);
+    assert(static_cast<std::size_t>(end - begin) <= unitCount);
     TovUniStringImpl *impl = getHeapImpl(unitCount, heap);
     TovUChar *text = impl->str(string);
     TovUChar *textEnd = std::copy(begin, end, text);
