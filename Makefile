@@ -7,7 +7,7 @@ FUZZ_SECONDS ?= 60
 build = test -e build/$(1)/build.ninja || cmake --preset $(1); cmake --build --preset $(1) -j $(JOBS)
 test = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help deps build test demo bench asan tsan m32 clang fuzz tidy format install abi-update reproducible clean
+.PHONY: help deps build test demo bench asan tsan m32 clang fuzz tidy docs format install abi-update reproducible clean
 
 help: ## List these targets
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -56,6 +56,10 @@ tidy: ## Check all sources with clang-tidy
 	@tools/dependencies --tidy
 	@test -e build/clang/build.ninja || cmake --preset clang
 	@tools/tidy build/clang
+
+docs: ## Build the site of the headers and pages in build/docs/html
+	@tools/dependencies --docs
+	@tools/docs
 
 format: ## Format all sources
 	@tools/dependencies --tidy

@@ -358,12 +358,14 @@ private:
     TovUniStringImpl *m_impl;
 };
 
+namespace std {
+
 template <>
-struct std::hash<TovUniString> {
-    std::size_t operator()(const TovUniString &text) const noexcept {
-        return std::hash<std::u16string_view>()(text.view());
-    }
+struct hash<TovUniString> {
+    size_t operator()(const TovUniString &text) const noexcept { return hash<u16string_view>()(text.view()); }
 };
+
+} // namespace std
 
 /// The module behind TovUniString::emptyString(): one string.
 class TOV_EXPORT TovUtStr {
