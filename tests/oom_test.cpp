@@ -3,11 +3,13 @@
 #include <support/failalloc.h>
 
 #include <services/hvdctl.h>
+#include <services/lng1.h>
 #include <tovdom/tovnls/tovnls.h>
 #include <tovutil/tovmodule.h>
 #include <tovutil/tovtrace.h>
 #include <tovutil/tovutf8.h>
 #include <tovutil/tovutil.h>
+#include <tovutil/tovutstr.h>
 
 #include <gtest/gtest.h>
 
@@ -261,6 +263,42 @@ TEST(OutOfMemory, TracedCalls) {
     } tracing;
     canBeRepeated<FAILS_WITH_EITHER>([] { tovGetCodePage(u"utf-8"); });
     raisesInTheEnd([] { TovNls nls(u"no such page"); }, TOVRC_NLS_ERROR);
+    canBeRepeated<FAILS_WITH_EITHER>([] { TovMutex mutex(TovMutex::Recursive); });
+    canBeRepeated<FAILS_WITH_EITHER>([] { tovutil_recursiveAttrInitFunc(); });
+    canBeRepeated<FAILS_WITH_EITHER>([] { tovStrlen(u"text"); });
+    for (const TovUChar *name : {u"utf-8", u"ibm-37"}) {
+        const TovNls nls(name);
+        canBeRepeated<FAILS_WITH_EITHER>([&] { nls.getMaxByteLen(); });
+        canBeRepeated<FAILS_WITH_EITHER>([&] { nls.getMinByteLen(); });
+        canBeRepeated<FAILS_WITH_EITHER>([&] { nls.isEbcdicBased(); });
+    }
+    CXLocale *locale = LNG1_PrivateFunction_GetProcessLocale();
+    canBeRepeated<FAILS_WITH_EITHER>([&] { tovNlsGetMaxByteLen(locale); });
+    canBeRepeated<FAILS_WITH_EITHER>([&] { tovNlsGetMinByteLen(locale); });
+
+    const struct {
+        TovPoolCtrl &pool;
+        pthread_once_t &once;
+        void (*init)(), (*release)();
+    } modules[] = {
+        {TovErrFl::ms_pool, TovErrFl::ms_lock, TovErrFl_init, TovErrFl_release},
+        {TovTrace::ms_pool, TovTrace::ms_lock, TovTrace_init, TovTrace_release},
+        {TovCpMgr::ms_pool, TovCpMgr::ms_lock, TovCpMgr_init, TovCpMgr_release},
+        {TovUtStr::ms_pool, TovUtStr::ms_lock, TovUtStr_init, TovUtStr_release},
+        {TovUtStrPool::ms_pool, TovUtStrPool::ms_lock, TovUtStrPool_init, TovUtStrPool_release},
+    };
+    for (const auto &module : modules) {
+        const auto begin = [&] {
+            module.release();
+            module.pool = {};
+            module.once = PTHREAD_ONCE_INIT;
+            module.pool.get(module.once, module.init);
+            return 0;
+        };
+        failEachAllocation<FAILS_WITH_EITHER>(
+            begin, [&](int) { module.release(); }, [](int) {});
+        begin();
+    }
 }
 
 const TovUString s_text(100, u'\u00FC');
