@@ -39,6 +39,8 @@ int hexDigit(char byte) {
 // The library takes the digits of \2C as they are, so the byte that they stand for must be there before. It
 // keeps its backslash where it would mean something else without.
 TovString withoutHexPairs(std::string_view dn) {
+    if (dn.find('\\') == dn.npos)
+        return TovString(dn);
     TovString plain;
     for (std::size_t i = 0; i < dn.size(); ++i) {
         plain += dn[i];
@@ -60,6 +62,8 @@ TovString withoutHexPairs(std::string_view dn) {
 }
 
 TovUString withDoubledBackslashes(const TovUString &text) {
+    if (text.find(u'\\') == text.npos)
+        return text;
     TovUString doubled;
     for (const TovUChar unit : text)
         doubled.append(unit == u'\\' ? 2 : 1, unit);
@@ -112,8 +116,8 @@ const TovUString &DnCache::normal(std::string_view dn) {
 
 TovUString DnCache::normalOfEntry(std::string_view dn) {
     const std::size_t end = partEnd<char>(dn, 0, ",;");
-    if (end == dn.size())
-        return normalDn(dn);
+    if (end + 1 >= dn.size())
+        return normalDn(dn); // a name of one part, or no name
     return normalDn(dn.substr(0, end)) + u',' + normal(dn.substr(end + 1));
 }
 

@@ -169,7 +169,7 @@ bool LdifReader::begin(LdifItem &item, std::string_view name) {
     }
     m_inRecord = true;
     if (!equalNames(name, "dn"))
-        return fail(item, m_tooLong ? Fault::LineTooLong : Fault::MissingDn, 0);
+        return fail(item, Fault::MissingDn, 0);
     item.kind = LdifItem::Kind::Dn;
     item.name = name;
     return parseValue(item);

@@ -16,7 +16,7 @@ constexpr std::size_t c_mostUnitsOfDn = 200;
 
 // The prefix has the slash that a full path begins with.
 TovString urlOf(const std::string &file, const TovUString &dn) {
-    return TovLdapUtil::makeUrl(TovString(file, file.starts_with('/')), "", "",
+    return TovLdapUtil::makeUrl(TovString(file.begin() + file.starts_with('/'), file.end()), "", "",
                                 tovToLdapString(dn.substr(0, c_mostUnitsOfDn)));
 }
 
