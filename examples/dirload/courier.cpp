@@ -93,7 +93,8 @@ void printAll(const std::vector<int> &descriptors) {
     for (const int descriptor : descriptors)
         open.push_back({descriptor, POLLIN, 0});
     while (!open.empty()) {
-        poll(open.data(), open.size(), -1);
+        if (poll(open.data(), open.size(), -1) < 0)
+            continue; // interrupted
         std::erase_if(open, [](const pollfd &each) { return each.revents != 0 && !printNext(each.fd); });
     }
 }

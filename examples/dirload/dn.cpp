@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr std::size_t c_longestKept = 1000; // so that the size of the cache has a limit in bytes, too
+
 struct KnownDn {
     TovString bytes;
     std::string_view key; // as find() and insert() get it
@@ -107,7 +109,9 @@ TovUString normalDn(std::string_view dn) {
 
 DnCache::DnCache(unsigned maxSize) : m_cache(TovUtCacheImplFactory::create(0, this, maxSize)) {}
 
-const TovUString &DnCache::normal(std::string_view dn) {
+TovUString DnCache::normal(std::string_view dn) {
+    if (dn.size() > c_longestKept)
+        return normalDn(dn);
     bool created = false;
     auto *known = static_cast<KnownDn *>(m_cache->insert(&dn, nullptr, &created));
     ++(created ? m_misses : m_hits);

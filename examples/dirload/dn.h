@@ -20,8 +20,8 @@ public:
     DnCache(const DnCache &) = delete;
     DnCache &operator=(const DnCache &) = delete;
 
-    /// As normalDn(). Valid until the next name that is asked for.
-    const TovUString &normal(std::string_view dn);
+    /// As normalDn().
+    TovUString normal(std::string_view dn);
 
     /// The same, but looks up the parent of the name: that one many entries have in common.
     TovUString normalOfEntry(std::string_view dn);

@@ -160,8 +160,7 @@ bool LdifReader::examine(LdifItem &item) {
 
 bool LdifReader::begin(LdifItem &item, std::string_view name) {
     if (std::exchange(m_atStart, false) && equalNames(name, "version"))
-        return parseValue(item) && (item.kind == LdifItem::Kind::Fault ||
-                                    (item.bytes != "1" && fail(item, Fault::BadVersion, m_valueAt)));
+        return checkVersion(item);
     if (m_inRecord) {
         m_inRecord = false;
         m_again = true;
@@ -175,6 +174,14 @@ bool LdifReader::begin(LdifItem &item, std::string_view name) {
     return parseValue(item);
 }
 
+bool LdifReader::checkVersion(LdifItem &item) {
+    parseValue(item);
+    if (item.kind == LdifItem::Kind::Fault)
+        return true;
+    return item.bytes != "1" && fail(item, Fault::BadVersion, m_valueAt);
+}
+
+// Always true: the value is an item, and so is a fault.
 bool LdifReader::parseValue(LdifItem &item) {
     const std::string_view text = m_text;
     if (m_tooLong)
@@ -199,7 +206,7 @@ bool LdifReader::parseValue(LdifItem &item) {
     return bad == npos || fail(item, Fault::UnsafeByte, bad);
 }
 
-// Always true: a fault is an item.
+// Always true, to be returned by those that have an item.
 bool LdifReader::fail(LdifItem &item, Fault fault, std::size_t offset) const {
     item.kind = LdifItem::Kind::Fault;
     item.fault = fault;

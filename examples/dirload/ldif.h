@@ -63,6 +63,7 @@ private:
 
     bool examine(LdifItem &item);
     bool begin(LdifItem &item, std::string_view name);
+    bool checkVersion(LdifItem &item);
     bool parseValue(LdifItem &item);
     bool fail(LdifItem &item, Fault fault, std::size_t offset) const;
     Place placeOf(std::size_t offset) const;

@@ -27,7 +27,7 @@ entry; all else is loaded.
 Values and DNs are UTF-8. Values of the known binary attributes (audio, cACertificate,
 jpegPhoto, photo, userCertificate), or with the option ";binary", are only counted. Changes
 ("changetype:") and values at URLs ("attribute:< URL") are reported and not loaded. A line with
-its continuations has at most 1 MiB.
+its continuations has at most 1 MiB; memory is needed for one entry in each thread.
 
 Exit codes:
   0  all files were read, whatever errors were in them

@@ -13,6 +13,7 @@ enum : std::uint32_t { DIRLOAD = 202, DIRLOAD_DETAILS = 41100 };
 
 constexpr std::size_t c_mostDumped = 64;
 constexpr std::size_t c_mostUnitsOfDn = 200;
+constexpr std::size_t c_longestName = 64;
 
 // The prefix has the slash that a full path begins with.
 TovString urlOf(const std::string &file, const TovUString &dn) {
@@ -21,7 +22,7 @@ TovString urlOf(const std::string &file, const TovUString &dn) {
 }
 
 TovString detailsOf(const std::string &file, const Problem &problem) {
-    TovString text(problem.attribute);
+    TovString text(problem.attribute.substr(0, c_longestName));
     if (!problem.dn.empty())
         text += (text.empty() ? "" : " of ") + urlOf(file, problem.dn);
     TovString dump;
