@@ -1,11 +1,12 @@
 // A plug-in: telephone numbers as + and 5 to 15 digits, mail addresses with a domain in small letters.
 #include "plugin.h"
-#include "text.h"
 
 #include <algorithm>
 #include <string_view>
 
 namespace {
+
+bool isDigit(TovUChar unit) { return unit >= u'0' && unit <= u'9'; }
 
 const char *normaliseNumber(TovUniString &value) {
     static constexpr std::u16string_view separators = u" -./()";
@@ -15,7 +16,7 @@ const char *normaliseNumber(TovUniString &value) {
     value.resize(static_cast<unsigned>(end - begin));
     if (value.empty() || value[0] != u'+')
         return "A telephone number begins with + and the code of the country.";
-    if (!std::all_of(value.begin() + 1, value.end(), isAsciiDigit))
+    if (!std::all_of(value.begin() + 1, value.end(), isDigit))
         return "A telephone number has digits behind the +.";
     return value.length() - 1 >= 5 && value.length() - 1 <= 15 ? nullptr
                                                                : "A telephone number has 5 to 15 digits.";

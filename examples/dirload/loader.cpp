@@ -16,6 +16,7 @@ constinit TRC1_SEQUENCE s_sequence = 1;
 
 constexpr unsigned c_cachedDns = 1000;
 constexpr std::size_t c_heapBlock = 4000; // most entries need one block
+constexpr std::size_t c_usualAttributes = 16;
 
 constexpr const char *c_dnAttributes[] = {"manager", "member",    "owner",       "roleOccupant",
                                           "seeAlso", "secretary", "uniqueMember"};
@@ -91,6 +92,7 @@ void Loader::beginEntry(File &file, const LdifItem &item) {
     try {
         TovUString dn = m_dns.normalOfEntry(item.bytes);
         m_entry = Entry{TovFastHeap::create(c_heapBlock), std::move(dn), {}};
+        m_entry->attributes.reserve(c_usualAttributes);
     } catch (const TovErrorFull &reason) {
         return report(file, item, Fault::BadDn, 0, &reason);
     }

@@ -4,17 +4,14 @@
 #include <algorithm>
 #include <string_view>
 
-constexpr bool isAsciiDigit(char16_t unit) { return unit >= '0' && unit <= '9'; }
-constexpr bool isAsciiLetter(char16_t unit) { return (unit | 0x20) >= 'a' && (unit | 0x20) <= 'z'; }
-
 constexpr char asciiLower(char byte) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
 }
 
 /// A letter, a digit or "-": what names and options of attributes consist of.
 constexpr bool isNameByte(char byte) {
-    return (byte >= '0' && byte <= '9') || (asciiLower(byte) >= 'a' && asciiLower(byte) <= 'z') ||
-           byte == '-';
+    const char lower = asciiLower(byte);
+    return (lower >= 'a' && lower <= 'z') || (byte >= '0' && byte <= '9') || byte == '-';
 }
 
 /// The order of attribute names, which does not tell capitals from small letters.
