@@ -11,10 +11,12 @@ string(REGEX REPLACE "/$" "" TOV_PREFIX_FROM_PKGCONFIG ${TOV_PREFIX_FROM_PKGCONF
 set_target_properties(tovutil hvd zpt PROPERTIES BUILD_RPATH_USE_ORIGIN ON INSTALL_RPATH $ORIGIN)
 install(TARGETS tovutil hvd zpt EXPORT tovutil-targets)
 
-if(TARGET tovconv)
-    set_target_properties(tovconv PROPERTIES INSTALL_RPATH $ORIGIN/${tov_lib_from_bin})
-    install(TARGETS tovconv)
-endif()
+foreach(program tovconv dirload)
+    if(TARGET ${program})
+        set_target_properties(${program} PROPERTIES INSTALL_RPATH $ORIGIN/${tov_lib_from_bin})
+        install(TARGETS ${program})
+    endif()
+endforeach()
 
 # A header whose first line calls it internal stays here.
 file(GLOB tov_headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
