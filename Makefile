@@ -65,7 +65,7 @@ format: ## Format all sources
 	@tools/dependencies --tidy
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
-install: build ## Install the libraries, headers and tovconv; PREFIX and DESTDIR say where
+install: build ## Install the libraries, headers, tovconv and dirload; PREFIX and DESTDIR say where
 	@cmake --install build/release --prefix $(PREFIX)
 
 abi-update: build ## Write the lists of exported symbols in tests/abi anew

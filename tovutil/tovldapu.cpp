@@ -99,10 +99,12 @@ TovUString TovLdapUtil::dnEscape(const TovUString &dn) {
     TOV_TRACE_ENTER("TovLdapUtil::dnEscape", TOV_VALUE(dn));
     TovUString escaped;
     escaped.reserve(dn.size());
-    for (const TovUChar unit : dn) {
-        if (isEscaped(unit))
-            escaped += u'\\';
-        escaped += unit;
+    for (auto from = dn.begin(); from != dn.end();) {
+        const auto special = std::find_if(from, dn.end(), isEscaped);
+        escaped.append(from, special);
+        from = special;
+        if (from != dn.end())
+            escaped.append({u'\\', *from++});
     }
     return TOV_TRACE_RESULT(std::move(escaped));
 }
@@ -111,11 +113,16 @@ TovUString TovLdapUtil::dnUnEscape(const TovUString &dn) {
     TOV_TRACE_ENTER("TovLdapUtil::dnUnEscape", TOV_VALUE(dn));
     TovUString plain;
     plain.reserve(dn.size());
-    for (std::size_t pos = 0; pos < dn.length(); ++pos) {
-        if (dn[pos] == u'\\' && !(++pos < dn.length()))
+    for (std::size_t pos = 0; pos < dn.length();) {
+        const std::size_t backslash = std::min(dn.find(u'\\', pos), dn.length());
+        plain.append(dn, pos, backslash - pos);
+        pos = backslash;
+        if (pos == dn.length())
+            break;
+        if (!(++pos < dn.length()))
             tovCheck("tovutil/tovldapu", 179, "Internal error: ++pos < dn.length()",
                      TOV_CODE(TOVRC_INTERNAL_ERROR));
-        plain += dn[pos];
+        plain += dn[pos++];
     }
     return TOV_TRACE_RESULT(std::move(plain));
 }
