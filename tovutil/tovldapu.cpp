@@ -31,7 +31,8 @@ TovString defaultUrlWith(const TovString &ctx) {
     const std::size_t slash = contextSlash(url);
     if (slash != url.npos)
         url.erase(slash);
-    return url + "/" + ctx.c_str();
+    const char *context = ctx.c_str(); // up to its first NUL
+    return url + "/" + context;
 }
 
 TovString serverUrl(const TovString &host, const TovString &port) {

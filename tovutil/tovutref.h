@@ -86,9 +86,18 @@ public:
 
     // The new object is held, and this reference complete, before the old object is let go: it may be the
     // same one, or the owner of the source or of this reference.
-    TovUtRef &operator=(T *object) { return become(TovUtRef(object)); }
-    TovUtRef &operator=(const TovUtRef &other) { return become(TovUtRef(other)); }
-    TovUtRef &operator=(TovUtRef &&other) { return become(TovUtRef(std::move(other))); }
+    TovUtRef &operator=(T *object) {
+        become(TovUtRef(object));
+        return *this;
+    }
+    TovUtRef &operator=(const TovUtRef &other) {
+        become(TovUtRef(other));
+        return *this;
+    }
+    TovUtRef &operator=(TovUtRef &&other) noexcept {
+        become(TovUtRef(std::move(other)));
+        return *this;
+    }
     void reset(T *object = nullptr) { become(TovUtRef(object)); }
 
     void swap(TovUtRef &other) noexcept { std::swap(m_ptr, other.m_ptr); }
@@ -108,10 +117,7 @@ public:
     void trace(std::ostream &os) const { TovUtRefUtils::trace(os, this, m_ptr, m_ptr ? m_ptr->count() : 0); }
 
 private:
-    TovUtRef &become(TovUtRef &&other) noexcept {
-        swap(other);
-        return *this;
-    }
+    void become(TovUtRef &&other) noexcept { swap(other); }
 
     void take() {
         if (m_ptr)

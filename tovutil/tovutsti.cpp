@@ -113,6 +113,7 @@ void *TovUniStringHeapImpl::operator new(std::size_t objectSize, unsigned capaci
     return heap.allocate(objectSize + capacity * sizeof(TovUChar));
 }
 
+// NOLINTNEXTLINE(misc-new-delete-overloads): new has a size to add
 void TovUniStringHeapImpl::operator delete(void *object) { TovFastHeap::deallocate(object); }
 
 void TovUniStringHeapImpl::operator delete(void *object, unsigned) { TovFastHeap::deallocate(object); }
@@ -334,6 +335,7 @@ void *TovUniStringStaticHeapImpl::operator new(std::size_t objectSize, unsigned 
     return ::operator new(objectSize + unitCount * sizeof(TovUChar));
 }
 
+// NOLINTNEXTLINE(misc-new-delete-overloads): new has a size to add
 void TovUniStringStaticHeapImpl::operator delete(void *object) { ::operator delete(object); }
 
 void TovUniStringStaticHeapImpl::operator delete(void *object, unsigned) { ::operator delete(object); }

@@ -113,7 +113,7 @@ class TOV_EXPORT TovUniStringHeapImpl final : public TovUniStringImpl {
 public:
     static void *operator new(std::size_t objectSize, unsigned capacity);
     static void *operator new(std::size_t objectSize, unsigned capacity, TovFastHeap &heap);
-    static void operator delete(void *object);
+    static void operator delete(void *object); // NOLINT(misc-new-delete-overloads): new has a size to add
     static void operator delete(void *object, unsigned capacity);
     static void operator delete(void *object, unsigned capacity, TovFastHeap &heap);
 
@@ -233,7 +233,7 @@ private:
 class TOV_EXPORT TovUniStringStaticHeapImpl final : public TovUniStringBufImpl {
 public:
     static void *operator new(std::size_t objectSize, unsigned unitCount);
-    static void operator delete(void *object);
+    static void operator delete(void *object); // NOLINT(misc-new-delete-overloads): new has a size to add
     static void operator delete(void *object, unsigned unitCount);
 
     TovUniStringStaticHeapImpl();

@@ -118,7 +118,7 @@ TEST(Representations, MoveAsTheTableTells) {
 TEST(Representations, AllHoldTheSameTextThroughEveryMove) {
     for (const char *kind : c_kinds) {
         SCOPED_TRACE(kind);
-        const std::u16string text = make(kind).string == u"" ? u"" : c_text;
+        const std::u16string text = make(kind).string.empty() ? u"" : c_text;
         Subject subject = make(kind);
         TovUniString copy(subject.string), moved(std::move(subject.string));
         if (kind == std::string("StaticHeap+0"))

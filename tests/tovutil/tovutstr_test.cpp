@@ -147,8 +147,9 @@ TEST(AppendNumber, WritesAllLengths) {
         const std::string digits = std::to_string(value);
         for (unsigned width : {0U, 1U, 5U, 10U, 13U}) {
             SCOPED_TRACE(digits + " at least " + std::to_string(width));
-            const std::string zeros(std::max<std::size_t>(width, digits.size()) - digits.size(), '0');
-            const std::string want = "n=" + zeros + digits;
+            std::string want = digits;
+            want.insert(0, std::max<std::size_t>(width, digits.size()) - digits.size(), '0');
+            want.insert(0, "n=");
             TovUniString string(u"n=");
             string.appendUInt32(value, width);
             EXPECT_EQ(string, std::u16string(want.begin(), want.end()));
