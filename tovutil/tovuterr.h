@@ -15,9 +15,10 @@
 ///     TovInsert::subst("%s: %(2).40s not found in %(1)s", library, symbol)
 ///
 /// A format is plain text with placeholders: "%", optionally "(" number ")", optionally "." width, and "s".
-/// Numbers count the inserts from 1. A placeholder without a number takes the insert behind that of the last
-/// one without a number. A text of more than `width` bytes, 512 if none is given, keeps its first width - 3
-/// and ends in "..."; a width below 3 leaves only so many dots. "%%" stands for one "%".
+/// Numbers count the inserts from 1, or from 0 where the ")" is missing. A placeholder without a number takes
+/// the insert behind that of the last one without a number. A text of more than `width` bytes, 512 if none is
+/// given, keeps its first width - 3 and ends in "..."; a width below 3 leaves only so many dots. A digit that
+/// makes a number wrap to a smaller one no longer belongs to it. "%%" stands for one "%".
 ///
 /// A format from elsewhere, such as a catalogue of translations, can do no harm: a placeholder without its
 /// insert or with another letter than "s" gives nothing, the latter using up its insert all the same, and a
@@ -63,8 +64,7 @@ public:
 ///         report(rc.getRc(), rc.getMsg());
 ///
 /// Ownership  The holder owns its copy of the error and, if `m_ownsMsg` is set, the text. The text of an
-/// error
-///            lives as long as the error does.
+///            error lives as long as the error does.
 /// Units      Texts are NUL-terminated bytes in the process locale's encoding.
 /// Errors     The setters leave everything as it was when they raise.
 /// Threads    One thread at a time.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <functional>
 #include <memory>
 #include <new>
 #include <utility>
@@ -153,7 +154,8 @@ constexpr unsigned c_leastGrowth = 32; // units; a text that is put together has
 TovUniStringImpl *TovUniStringHeapImpl::reallocate(unsigned unitCount) {
     if (unitCount < m_room)
         return extend(unitCount);
-    const unsigned doubled = m_room <= TovUniString::npos / 2 ? 2 * m_room : TovUniString::npos;
+    constexpr unsigned most = TovUniString::max_size() + 1;
+    const unsigned doubled = m_room <= most / 2 ? 2 * m_room : most;
     TovUniStringHeapImpl *larger = make(unitCount, std::max(doubled, c_leastGrowth), m_heap.get());
     larger->m_copyOnShare = m_copyOnShare;
     std::copy_n(str(), m_capacity, larger->str());
@@ -328,8 +330,7 @@ TovUniStringImpl *TovUniStringEmptyImpl::getNullTerminatedImpl(bool) { return th
 
 void TovUniStringEmptyImpl::copyTo(TovUniString *from, TovUniString *to) { copyTo(from, to, nullptr); }
 
-// A block of one string
-// --------------------------------------------------------------------------------------
+// A block of one string -----------------------------------------------------------------------------
 
 void *TovUniStringStaticHeapImpl::operator new(std::size_t objectSize, unsigned unitCount) {
     return ::operator new(objectSize + unitCount * sizeof(TovUChar));
@@ -340,7 +341,8 @@ void TovUniStringStaticHeapImpl::operator delete(void *object) { ::operator dele
 
 void TovUniStringStaticHeapImpl::operator delete(void *object, unsigned) { ::operator delete(object); }
 
-TovUniStringStaticHeapImpl::TovUniStringStaticHeapImpl() : TovUniStringBufImpl(true) {}
+TovUniStringStaticHeapImpl::TovUniStringStaticHeapImpl(unsigned unitCount)
+    : TovUniStringBufImpl(true), m_unitCount(unitCount) {}
 
 void TovUniStringStaticHeapImpl::delRef() { delete this; }
 
@@ -365,8 +367,11 @@ TovUniStringImpl *TovUniStringStaticHeapImpl::getCopyOnShareImpl(bool) {
 
 TovUChar *TovUniStringStaticHeapImpl::text() { return reinterpret_cast<TovUChar *>(this + 1); }
 
-// A caller's buffer
-// ----------------------------------------------------------------------------------------------
+bool TovUniStringStaticHeapImpl::holds(const TovUChar *begin) {
+    return !std::less<>()(begin, text()) && std::less<>()(begin, text() + m_unitCount);
+}
+
+// A caller's buffer ---------------------------------------------------------------------------------
 
 void TovUniStringLocalImpl::unshare(TovUniString *string) { heapCopy(string, string->length()); }
 

@@ -236,7 +236,7 @@ public:
     static void operator delete(void *object); // NOLINT(misc-new-delete-overloads): new has a size to add
     static void operator delete(void *object, unsigned unitCount);
 
-    TovUniStringStaticHeapImpl();
+    explicit TovUniStringStaticHeapImpl(unsigned unitCount);
 
     void delRef() override;
     void setCopyOnShare(TovUniString *string, bool copyOnShare) override;
@@ -247,6 +247,12 @@ public:
 
     /// Where the units begin.
     TovUChar *text();
+
+    /// Whether a text that begins there views this block.
+    bool holds(const TovUChar *begin);
+
+private:
+    std::uint32_t m_unitCount;
 };
 
 /// A text in a caller's buffer, which must live as long as its strings.

@@ -83,7 +83,7 @@ void TovUniString::init(const char *bytes, unsigned length, TovFastHeap *heap) {
 void TovUniString::initStatic(const char *bytes, unsigned length) {
     const std::int32_t byteCount = tovdetail::length32(length, s_file, __LINE__);
     assert(m_impl == TovUniStringImpl::getEmptyImpl());
-    auto *impl = new (length + 1) TovUniStringStaticHeapImpl;
+    auto *impl = new (length + 1) TovUniStringStaticHeapImpl(length + 1);
     m_impl = impl;
     m_begin = impl->text();
     m_end = convertTo(m_begin, length + 1, bytes, byteCount);
@@ -91,26 +91,31 @@ void TovUniString::initStatic(const char *bytes, unsigned length) {
 
 // Assignment ----------------------------------------------------------------------------------------
 
-// A string of initStatic() ends its block when it takes another text, also when that is a part of its own.
-bool TovUniString::narrowTo(const TovUniString &part) {
-    const std::less_equal<> notBehind;
-    if (m_impl == part.m_impl || !notBehind(m_begin, part.m_begin) || !notBehind(part.m_begin, m_end) ||
-        !dynamic_cast<TovUniStringStaticHeapImpl *>(m_impl))
+// A string of initStatic() ends its block when it takes another text, so one that views the same block is
+// taken without its representation.
+bool TovUniString::becomeViewOfOwnBlock(const TovUniString &view) {
+    const TovUniStringImpl &impl = *m_impl;
+    if (&typeid(impl) != &typeid(TovUniStringStaticHeapImpl))
         return false;
-    m_begin = part.m_begin;
-    m_end = part.m_end;
+    auto *block = static_cast<TovUniStringStaticHeapImpl *>(m_impl);
+    if (!block->holds(view.m_begin))
+        return false;
+    m_begin = view.m_begin;
+    m_end = view.m_end;
+    block->getNullTerminatedImpl(view.capacity() > view.length());
     return true;
 }
 
 TovUniString &TovUniString::operator=(const TovUniString &other) {
-    if (this != &other && !narrowTo(other))
+    if (this != &other && !becomeViewOfOwnBlock(other))
         other.copyTo(*this, nullptr);
     return *this;
 }
 
 TovUniString &TovUniString::operator=(TovUniString &&other) noexcept {
-    if (!narrowTo(other))
-        TovUniString(std::move(other)).swap(*this);
+    TovUniString taken(std::move(other));
+    if (!becomeViewOfOwnBlock(taken))
+        taken.swap(*this);
     return *this;
 }
 

@@ -2,13 +2,12 @@
 /// and takes memory only when something must change.
 ///
 /// Ownership  A string made by fromStatic() or fromLocal() views a text that belongs to somebody else and
-/// must
-///            outlive the string. Any other text is the library's own: copies and substrings share it, and
-///            the first write to a shared text makes a copy. No string's text ever changes through another.
-/// Units      Positions, counts, lengths and capacities are code units of UTF-16 in host byte order;
-/// surrogate
-///            pairs are not validated. Units compare as unsigned numbers. The unit behind the last is not
-///            part of the text and need not exist, but after c_str().
+///            must outlive the string. Any other text is the library's own: copies and substrings share it,
+///            and the first write to a shared text makes a copy. No string's text ever changes through
+///            another.
+/// Units      Positions, counts, lengths and capacities are code units of UTF-16 in host byte order.
+///            Surrogate pairs are not validated. Units compare as unsigned numbers. The unit behind the last
+///            is not part of the text and need not exist, but after c_str().
 /// Range      At most max_size() units.
 /// Errors     Exhausted memory raises std::bad_alloc, or, for a text above TovFastHeap::c_maxSmall bytes, the
 ///            out-of-memory TovError. More than max_size() units raise TOVRC_INTERNAL_ERROR, "Internal error:
@@ -91,7 +90,7 @@ public:
             m_impl->delRef();
     }
 
-    /// As the constructors. A string of initStatic() that is assigned a part of itself keeps its block.
+    /// As the constructors. A string of initStatic() that is assigned a view of its block keeps it.
     TovUniString &operator=(const TovUniString &other);
     TovUniString &operator=(TovUniString &&other) noexcept;
 
@@ -248,6 +247,9 @@ public:
     friend std::strong_ordering operator<=>(const TovUniString &left, const TovUniString &right) noexcept {
         return left.compare(right) <=> 0;
     }
+    friend std::strong_ordering operator<=>(const TovUniString &left, std::u16string_view right) noexcept {
+        return left.view() <=> right;
+    }
 
     // Numbers and white space -------------------------------------------------------------------------------
     //
@@ -346,7 +348,7 @@ private:
     void extendForNumber(unsigned zeros, unsigned digits);
     void appendSlowly(TovUChar unit);
 
-    bool narrowTo(const TovUniString &part);
+    bool becomeViewOfOwnBlock(const TovUniString &view);
     TovUniString between(const TovUChar *first, const TovUChar *last) const;
 
     void copyTo(TovUniString &to, TovFastHeap *heap) const {

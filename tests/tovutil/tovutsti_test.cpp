@@ -39,6 +39,8 @@ std::string kindOf(const TovUniString &string) {
     return string.capacity() == string.length() ? kind : kind + "+0";
 }
 
+using View = std::u16string_view;
+
 constexpr char16_t c_text[] = u"hello world";
 constexpr unsigned c_length = 11;
 
@@ -278,6 +280,51 @@ TEST(StaticHeapString, KeepsItsBlockWhenItBecomesAPartOfItself) {
     }
 }
 
+TEST(StaticHeapString, KeepsItsBlockForEveryViewOfIt) {
+    const struct {
+        const char *why;
+        void (*change)(TovUniString &own, TovUniString &view);
+        View text;
+        const char *kind;
+    } rows[] = {
+        {"the whole, taken back after a cut",
+         [](TovUniString &own, TovUniString &view) {
+             own = own.substr(2, 2);
+             own = view;
+         },
+         u"a text", "StaticHeap+0"},
+        {"a part that lies behind the own one",
+         [](TovUniString &own, TovUniString &view) {
+             own = own.substr(0, 1);
+             own = view.substr(2);
+         },
+         u"text", "StaticHeap+0"},
+        {"the terminator as a unit: nothing stands behind it",
+         [](TovUniString &own, TovUniString &view) {
+             view.resize(7);
+             own = view;
+         },
+         View(u"a text\0", 7), "StaticHeap"},
+        {"a move empties its source",
+         [](TovUniString &own, TovUniString &view) {
+             TovUniString moved(view);
+             own = std::move(moved);
+             EXPECT_EQ("Empty+0", kindOf(moved));
+         },
+         u"a text", "StaticHeap+0"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        TovUniString own;
+        own.initStatic("a text", 6);
+        TovUniString view(own);
+        row.change(own, view);
+        EXPECT_EQ(own, row.text);
+        EXPECT_EQ(row.kind, kindOf(own));
+        EXPECT_EQ(View(own.c_str(), row.text.size() + 1), std::u16string(row.text) + u'\0');
+    }
+}
+
 TEST(StaticHeapString, TellsItsFlagToItsViews) {
     TovUniString string;
     string.initStatic("text", 4);
@@ -289,8 +336,7 @@ TEST(StaticHeapString, TellsItsFlagToItsViews) {
     EXPECT_EQ(std::u16string(copy.c_str()), u"tex") << "and looks before it relies on it";
 }
 
-// Room and terminators
-// ----------------------------------------------------------------------------------------
+// Room and terminators --------------------------------------------------------------------------------
 
 TEST(Capacity, IsWhatWasAskedForAndATerminator) {
     TovUniString string(u"abcdef");
@@ -403,8 +449,7 @@ TEST(Substr, IsEmptyBehindTheEnd) {
     EXPECT_EQ(string.substr(1, 1), u"b");
 }
 
-// Bytes
-// -------------------------------------------------------------------------------------------------------
+// Bytes -----------------------------------------------------------------------------------------------
 
 TEST(FromBytes, ConvertsFromTheProcessLocale) {
     const struct {
@@ -436,8 +481,7 @@ TEST(FromBytes, ConvertsFromTheProcessLocale) {
     EXPECT_EQ(TovUniString::fromBytes("up to the NUL", TovUniString::npos), u"up to the NUL");
 }
 
-// Limits and failures
-// --------------------------------------------------------------------------------------------
+// Limits and failures ---------------------------------------------------------------------------------
 
 template <class Call>
 void refuses(Call call) {
@@ -560,8 +604,7 @@ TEST(OutOfMemory, StringModules) {
         [](int) { TovUniString::emptyString(); }, [](int) { EXPECT_EQ(TovUniString(), u""); });
 }
 
-// The modules
-// -----------------------------------------------------------------------------------------------------
+// The modules -----------------------------------------------------------------------------------------
 
 TEST(Modules, ServeThreadsThatComeTogether) {
     TovUtStr_release();

@@ -179,8 +179,7 @@ TEST(AppendNumber, CountsTheSignAsAPlace) {
     }
 }
 
-// Edits
-// -------------------------------------------------------------------------------------------------------
+// Edits -----------------------------------------------------------------------------------------------
 
 TEST(Append, TakesUnitsOfTheStringItself) {
     TovUniString string(u"ab");
@@ -280,8 +279,7 @@ TEST(StripPads, CutsWhereTheFieldIsPadded) {
     }
 }
 
-// Habits
-// ------------------------------------------------------------------------------------------------------
+// Habits ----------------------------------------------------------------------------------------------
 
 static_assert(std::ranges::contiguous_range<const TovUniString> && std::ranges::sized_range<TovUniString>);
 static_assert(std::three_way_comparable<TovUniString, std::strong_ordering>);
@@ -291,6 +289,7 @@ TEST(Habits, AreThoseOfStandardStrings) {
     TovUniString text(u"delta");
     EXPECT_TRUE(text == u"delta" && u"delta" == text && text != u"delt" && text == View(text));
     EXPECT_EQ(5, std::ranges::distance(text));
+    EXPECT_TRUE(text < u"deltb" && u"delt" < text && text >= View(u"delta"));
     EXPECT_EQ(std::u16string(u"atled"), std::u16string(text.view().rbegin(), text.view().rend()));
     std::ranges::copy(View(u"-epsilon"), std::back_inserter(text));
     EXPECT_EQ(text, u"delta-epsilon");
