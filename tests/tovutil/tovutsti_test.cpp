@@ -31,7 +31,8 @@ static_assert(std::is_nothrow_move_constructible_v<TovUniString> &&
 
 // The name of a string's representation, "+0" with the flag for a terminator, "*" when a buffer is shared.
 std::string kindOf(const TovUniString &string) {
-    const std::string_view name = typeid(string.impl()).name();
+    const TovUniStringImpl &impl = string.impl();
+    const std::string_view name = typeid(impl).name();
     std::string kind(name.substr(name.find("TovUniString") + 12));
     kind.resize(kind.find("Impl"));
     if (kind == "Heap")
