@@ -129,7 +129,7 @@ TovUniStringHeapImpl::TovUniStringHeapImpl(unsigned capacity, TovFastHeap *heap)
 TovUniStringHeapImpl::~TovUniStringHeapImpl() = default;
 
 TovUniStringHeapImpl *TovUniStringHeapImpl::make(unsigned unitCount, unsigned room, TovFastHeap *heap) {
-    const unsigned capacity = tovdetail::stringLength(unitCount, __LINE__) + 1;
+    const unsigned capacity = tovdetail::stringLength(unitCount, "tovutil/tovutsti", __LINE__) + 1;
     room = std::max(room, capacity);
     auto *impl = heap ? new (room, *heap) TovUniStringHeapImpl(capacity, heap)
                       : new (room) TovUniStringHeapImpl(capacity, nullptr);
@@ -145,18 +145,21 @@ TovUniStringHeapImpl *TovUniStringHeapImpl::allocate(unsigned unitCount, TovFast
     return make(unitCount, 0, &heap);
 }
 
-namespace {
-
-constexpr unsigned c_leastGrowth = 32; // units; a text that is put together has some words at least
-
-} // namespace
+// The room for a buffer that grows to `unitCount` units: twice what it has, some words at least, and on a
+// fast heap no more than makes it a large object of it.
+unsigned TovUniStringHeapImpl::roomToGrow(unsigned unitCount) const {
+    constexpr unsigned leastRoom = 32;
+    constexpr unsigned mostRoom = TovUniString::max_size() + 1;
+    constexpr unsigned smallRoom =
+        (TovFastHeap::c_maxSmall - sizeof(TovUniStringHeapImpl)) / sizeof(TovUChar);
+    const unsigned room = std::max(m_room <= mostRoom / 2 ? 2 * m_room : mostRoom, leastRoom);
+    return m_heap && unitCount < smallRoom ? std::min(room, smallRoom) : room;
+}
 
 TovUniStringImpl *TovUniStringHeapImpl::reallocate(unsigned unitCount) {
     if (unitCount < m_room)
         return extend(unitCount);
-    constexpr unsigned most = TovUniString::max_size() + 1;
-    const unsigned doubled = m_room <= most / 2 ? 2 * m_room : most;
-    TovUniStringHeapImpl *larger = make(unitCount, std::max(doubled, c_leastGrowth), m_heap.get());
+    TovUniStringHeapImpl *larger = make(unitCount, roomToGrow(unitCount), m_heap.get());
     larger->m_copyOnShare = m_copyOnShare;
     std::copy_n(str(), m_capacity, larger->str());
     larger->m_capacity = m_capacity;

@@ -165,6 +165,7 @@ private:
 
     static TovUniStringHeapImpl *make(unsigned unitCount, unsigned room, TovFastHeap *heap);
     TovUniStringHeapImpl *extend(unsigned unitCount);
+    unsigned roomToGrow(unsigned unitCount) const;
 
     std::int32_t m_refCount;
     std::uint32_t m_capacity; // of the text area, a terminator's unit included

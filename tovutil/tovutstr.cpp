@@ -28,7 +28,7 @@ namespace {
 unsigned toldLength(const TovUChar *text, unsigned length) {
     if (length != TovUniString::npos)
         return length;
-    return tovdetail::stringLength(std::char_traits<TovUChar>::length(text), __LINE__);
+    return tovdetail::stringLength(std::char_traits<TovUChar>::length(text), s_file, __LINE__);
 }
 
 // Converts `length` bytes to the text's place, fills the rest of `room` units, and gives the text's end.
@@ -46,7 +46,7 @@ TovUniString::TovUniString(const TovUChar *text, unsigned length, TovUniStringIm
     : m_begin(const_cast<TovUChar *>(text)), m_end(m_begin + length), m_impl(impl) {}
 
 TovUniString::TovUniString(std::u16string_view text) : TovUniString() {
-    TovUniStringImpl::setHeapImpl(this, tovdetail::stringLength(text.size(), __LINE__), text.data(),
+    TovUniStringImpl::setHeapImpl(this, tovdetail::stringLength(text.size(), s_file, __LINE__), text.data(),
                                   text.data() + text.size(), nullptr);
 }
 
@@ -68,7 +68,8 @@ TovUniString TovUniString::fromHeap(const TovUChar *text, unsigned length, TovFa
 
 TovUniString TovUniString::fromBytes(const char *bytes, unsigned length, TovFastHeap *heap) {
     TovUniString string;
-    string.init(bytes, length != npos ? length : tovdetail::stringLength(std::strlen(bytes), __LINE__), heap);
+    string.init(
+        bytes, length != npos ? length : tovdetail::stringLength(std::strlen(bytes), s_file, __LINE__), heap);
     return string;
 }
 
@@ -235,7 +236,7 @@ TovUChar *TovUniString::extend(unsigned count) {
         return target;
     const unsigned former = length();
     allOrNothing(*this, [&] {
-        resize(tovdetail::stringLength(std::uint64_t(former) + count, __LINE__));
+        resize(tovdetail::stringLength(std::uint64_t(former) + count, s_file, __LINE__));
         copyOnWrite();
     });
     return m_begin + former;
@@ -245,7 +246,7 @@ void TovUniString::append(unsigned count, TovUChar unit) { std::fill_n(extend(co
 
 void TovUniString::appendSlowly(TovUChar unit) {
     const unsigned count = length();
-    tovdetail::stringLength(std::uint64_t(count) + 1, __LINE__);
+    tovdetail::stringLength(std::uint64_t(count) + 1, s_file, __LINE__);
     if (capacity() == count)
         reserve(static_cast<unsigned>(std::min<std::uint64_t>(std::uint64_t(count) + 10, max_size())));
     copyOnWrite();
@@ -253,7 +254,7 @@ void TovUniString::appendSlowly(TovUChar unit) {
 }
 
 void TovUniString::append(std::u16string_view text) {
-    const unsigned count = tovdetail::stringLength(text.size(), __LINE__);
+    const unsigned count = tovdetail::stringLength(text.size(), s_file, __LINE__);
     const std::less_equal<> notBehind;
     const bool isOwn = notBehind(m_begin, text.data()) && notBehind(text.data() + text.size(), m_end);
     const std::ptrdiff_t ownAt = isOwn ? text.data() - m_begin : 0;
@@ -347,7 +348,7 @@ void TovUniString::appendUInt32(std::uint32_t value, unsigned width) {
 
 // In two steps, because the capacity that is told afterwards is that of two.
 void TovUniString::extendForNumber(unsigned zeros, unsigned digits) {
-    tovdetail::stringLength(std::uint64_t(length()) + zeros + digits, __LINE__);
+    tovdetail::stringLength(std::uint64_t(length()) + zeros + digits, s_file, __LINE__);
     allOrNothing(*this, [&] {
         if (zeros > 0)
             append(zeros, u'0');
@@ -359,7 +360,7 @@ void TovUniString::appendInt32(std::int32_t value, unsigned width) {
     const auto magnitude = static_cast<std::uint32_t>(value);
     if (value >= 0)
         return appendUInt32(magnitude, width);
-    tovdetail::stringLength(std::uint64_t(length()) + width, __LINE__);
+    tovdetail::stringLength(std::uint64_t(length()) + width, s_file, __LINE__);
     allOrNothing(*this, [&] {
         append(u'-');
         appendUInt32(0 - magnitude, width > 0 ? width - 1 : 0);

@@ -201,6 +201,9 @@ TEST(HeapString, CountsOnItsHeapTwiceAndLetsItEnd) {
         const std::u16string text(1000, u'x');
         const TovUniString large = TovUniString::fromHeap(text.data(), 1000, heap.get());
         EXPECT_EQ(counted + 3, heap->count()) << "a large buffer is a reference only";
+        TovUniString growing = TovUniString::fromHeap(text.data(), 200, heap.get());
+        growing.reserve(220);
+        EXPECT_EQ(counted + 5, heap->count()) << "room in reserve does not make a buffer large";
         heap.reset();
         EXPECT_EQ(small, u"a");
         EXPECT_EQ(large, text);
