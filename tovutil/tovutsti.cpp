@@ -81,7 +81,7 @@ TovUniStringImpl *TovUniStringImpl::getHeapImpl(unsigned unitCount, TovFastHeap 
 
 void TovUniStringImpl::setHeapImpl(TovUniString *string, unsigned unitCount, const TovUChar *begin,
                                    const TovUChar *end, TovFastHeap *heap) {
-    if (!end)
+    if (!end && begin) // the text of a string may be none at all
         end = begin + unitCount;
     assert(static_cast<std::size_t>(end - begin) <= unitCount);
     TovUniStringImpl *impl = getHeapImpl(unitCount, heap);

@@ -142,6 +142,23 @@ TEST(Representations, AllHoldTheSameTextThroughEveryMove) {
     EXPECT_EQ(std::u16string_view(c_text), u"hello world") << "a literal that was written to";
 }
 
+TEST(Representations, MayViewNothingAtAll) {
+    const TovUChar *const none = nullptr;
+    const std::function<TovUniString()> views[] = {
+        [&] { return TovUniString::fromStatic(none, 0); }, [&] { return TovUniString::fromLocal(none, 0); },
+        [&] { return TovUniString::fromLocal(none, 0, TovUniString::LocalNoCopy); }};
+    for (const auto &view : views) {
+        TovUniString appended = view(), reserved = view(), resized = view();
+        appended.append(u"text");
+        EXPECT_EQ(appended, u"text");
+        reserved.reserve(10);
+        EXPECT_EQ(reserved, u"");
+        resized.resize(4);
+        EXPECT_EQ(4u, resized.length());
+        EXPECT_EQ(0, *view().c_str());
+    }
+}
+
 TEST(Representations, NothingLeaks) {
     TovUniString::emptyString(); // the modules live on
     const long before = liveAllocations();
