@@ -8,7 +8,7 @@
 /// Units      Positions, counts, lengths and capacities are code units of UTF-16 in host byte order.
 ///            Surrogate pairs are not validated. Units compare as unsigned numbers. The unit behind the last
 ///            is not part of the text and need not exist, but after c_str().
-/// Range      At most max_size() units.
+/// Range      At most max_size() units, and one more where a text grows into its terminator's place.
 /// Errors     Exhausted memory raises std::bad_alloc, or, for a text above TovFastHeap::c_maxSmall bytes, the
 ///            out-of-memory TovError. More than max_size() units raise TOVRC_INTERNAL_ERROR, "Internal error:
 ///            length <= max_size()". After an error the string holds the text that it held before.
