@@ -22,7 +22,8 @@ TovString urlOf(const std::string &file, const TovUString &dn) {
 }
 
 TovString detailsOf(const std::string &file, const Problem &problem) {
-    TovString text(problem.attribute.substr(0, c_longestName));
+    const std::string_view name = problem.attribute.substr(0, c_longestName);
+    TovString text(name.substr(0, name.find('\0'))); // for a message ends at its first NUL
     if (!problem.dn.empty())
         text += (text.empty() ? "" : " of ") + urlOf(file, problem.dn);
     TovString dump;
