@@ -16,9 +16,9 @@ constexpr std::size_t c_mostUnitsOfDn = 200;
 constexpr std::size_t c_longestName = 64;
 
 // The prefix has the slash that a full path begins with.
-TovString urlOf(const std::string &file, const TovUString &dn) {
+TovString urlOf(const std::string &file, std::u16string_view dn) {
     return TovLdapUtil::makeUrl(TovString(file.begin() + file.starts_with('/'), file.end()), "", "",
-                                tovToLdapString(dn.substr(0, c_mostUnitsOfDn)));
+                                tovToLdapString(TovUString(dn.substr(0, c_mostUnitsOfDn))));
 }
 
 TovString detailsOf(const std::string &file, const Problem &problem) {
