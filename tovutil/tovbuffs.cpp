@@ -38,8 +38,10 @@ void TovFastStrStreambuf::grow() {
                  TOV_CODE(TOVRC_INTERNAL_ERROR));
     m_data = static_cast<char *>(TovAllocator::reallocate(m_data, m_length, length));
     m_length = length;
+    const auto setPutArea = [&] { setp(m_data + written, m_data + m_length); };
+    setPutArea(); // the former one is gone, also for a setbuf that raises
     setbuf(m_data, static_cast<std::streamsize>(m_length)); // for derived classes; the base does nothing
-    setp(m_data + written, m_data + m_length);
+    setPutArea();
 }
 
 const char *TovFastStrStreambuf::getBuffer() const {

@@ -1,9 +1,11 @@
 #include "courier.h"
 
+#include "../tovconv/utf8.h"
 #include "failure.h"
 
 #include <tovutil/toverrio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -65,11 +67,16 @@ private:
     int m_descriptor;
 };
 
-// Texts come from the input: what would steer a terminal is not shown.
+bool isControl(char byte) { return (byte >= 0 && byte < ' ' && byte != '\n') || byte == '\x7F'; }
+
+// Texts come from the input: what would steer a terminal is not shown, which also U+0080 to U+009F do.
 std::string printable(std::string text) {
-    for (char &byte : text)
-        if ((byte >= 0 && byte < ' ' && byte != '\n') || byte == '\x7F')
-            byte = '?';
+    std::replace_if(text.begin(), text.end(), isControl, '?');
+    for (std::size_t at = 0; (at += wellFormedUtf8(std::string_view(text).substr(at))) < text.size();)
+        text[at] = '?';
+    for (std::size_t at = 0; (at = text.find('\xC2', at)) != text.npos; ++at)
+        if (static_cast<unsigned char>(text[at + 1]) < 0xA0)
+            text.replace(at, 2, "?");
     return text;
 }
 
@@ -103,6 +110,7 @@ void printAll(const std::vector<int> &descriptors) {
     int exitCode = EXIT_SUCCESS;
     try {
         printAll(descriptors);
+        exitCode = std::ferror(stderr) ? EXIT_FAILURE : EXIT_SUCCESS;
     } catch (...) {
         exitCode = EXIT_FAILURE;
     }

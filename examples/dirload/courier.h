@@ -24,7 +24,7 @@ public:
     /// Threads    Each pipe one thread at a time.
     void send(unsigned pipe, const TovErrorFull &error);
 
-    /// Waits until all that was sent is printed; false when the process has failed.
+    /// Waits until all that was sent is printed; false when that has failed.
     bool finish();
 
 private:

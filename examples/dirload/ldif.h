@@ -36,7 +36,7 @@ struct LdifItem {
 };
 
 /// A fault costs its line and nothing else. Where it hides the DN, values without one follow; where it is a
-/// ChangeRecord, the rest of the record is left out.
+/// ChangeRecord, the rest of the record is left out. A MissingSeparator stands for the end of a record.
 class LdifReader {
 public:
     static constexpr std::size_t c_longestLine = std::size_t{1} << 20;

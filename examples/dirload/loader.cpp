@@ -77,10 +77,18 @@ void Loader::take(File &file, const LdifItem &item) {
     case LdifItem::Kind::RecordEnd:
         return endEntry();
     case LdifItem::Kind::Fault:
-        if (item.fault == Fault::ChangeRecord)
-            m_entry.reset();
-        return report(file, {item.fault, item.place, item.bytes, item.name, {}});
+        return takeFault(file, item);
     }
+}
+
+// A record of changes is no entry. A DN in the middle of a record ends its entry here, because the DN itself
+// may be the next fault.
+void Loader::takeFault(File &file, const LdifItem &item) {
+    if (item.fault == Fault::ChangeRecord)
+        m_entry.reset();
+    report(file, {item.fault, item.place, item.bytes, item.name, {}});
+    if (item.fault == Fault::MissingSeparator)
+        endEntry();
 }
 
 void Loader::beginEntry(File &file, const LdifItem &item) {

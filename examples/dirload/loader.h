@@ -75,6 +75,7 @@ private:
     };
 
     void take(File &file, const LdifItem &item);
+    void takeFault(File &file, const LdifItem &item);
     void beginEntry(File &file, const LdifItem &item);
     void endEntry();
     void addValue(File &file, const LdifItem &item);

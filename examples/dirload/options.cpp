@@ -61,6 +61,12 @@ unsigned toThreadCount(const char *text) {
     return count;
 }
 
+// An unknown letter may stand among others.
+std::string wrongOption(int key, char **argv) {
+    const bool isLetter = key == '?' && optopt > 0 && optopt < Trace;
+    return isLetter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+}
+
 void apply(Options &options, int key, char **argv) {
     switch (key) {
     case 'j':
@@ -82,7 +88,7 @@ void apply(Options &options, int key, char **argv) {
         options.help = true;
         break;
     default:
-        throw Failure(Exit::Usage, std::string(argv[optind - 1]) +
+        throw Failure(Exit::Usage, wrongOption(key, argv) +
                                        (key == ':' ? ": an argument is missing" : ": unknown option") +
                                        "; try --help");
     }

@@ -16,13 +16,14 @@ constexpr std::size_t c_mostUnitsOfDn = 200;
 constexpr std::size_t c_longestName = 64;
 
 // The prefix has the slash that a full path begins with.
-TovString urlOf(const std::string &file, const TovUString &dn) {
+TovString urlOf(const std::string &file, std::u16string_view dn) {
     return TovLdapUtil::makeUrl(TovString(file.begin() + file.starts_with('/'), file.end()), "", "",
-                                tovToLdapString(dn.substr(0, c_mostUnitsOfDn)));
+                                tovToLdapString(TovUString(dn.substr(0, c_mostUnitsOfDn))));
 }
 
 TovString detailsOf(const std::string &file, const Problem &problem) {
-    TovString text(problem.attribute.substr(0, c_longestName));
+    const std::string_view name = problem.attribute.substr(0, c_longestName);
+    TovString text(name.substr(0, name.find('\0'))); // for a message ends at its first NUL
     if (!problem.dn.empty())
         text += (text.empty() ? "" : " of ") + urlOf(file, problem.dn);
     TovString dump;

@@ -13,7 +13,7 @@ struct Problem {
     Place place;
     std::string_view bytes;           ///< what is bad; only its beginning is shown
     std::string_view attribute;       ///< empty if unknown
-    TovUString dn;                    ///< normalised; of the entry, empty if unknown
+    std::u16string_view dn;           ///< normalised; of the entry, empty if unknown
     const TovError *reason = nullptr; ///< that it comes from
 };
 

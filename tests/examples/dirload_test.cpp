@@ -137,6 +137,10 @@ TEST(Dirload, ReportsEachFaultAtItsPlaceAndLosesNothingElse) {
          "dn: cn=a\nsn: b\nDN: cn=c\nsn: d",
          {"3:1 MISSING_SEPARATOR"},
          {"cn=a|sn=b", "cn=c|sn=d"}},
+        {"a bad DN in the middle of a record, whose values are not those of the first",
+         "dn: cn=a\nsn: b\ndn:: *\nsn: d",
+         {"3:1 MISSING_SEPARATOR", "3:6 BAD_BASE64"},
+         {"cn=a|sn=b"}},
         {"a continuation of nothing", " x\n y\ndn: cn=a", {"1:1 STRAY_CONTINUATION"}, {"cn=a"}},
         {"no colon", "dn: cn=a\nnone\nsn: b", {"2:5 MISSING_COLON"}, {"cn=a|sn=b"}},
         {"no colon, folded", "dn: cn=a\nno\n ne\nsn: b", {"3:4 MISSING_COLON"}, {"cn=a|sn=b"}},
@@ -390,6 +394,13 @@ TEST_F(DirloadProgram, ReportsAnErrorWithItsCauses) {
     EXPECT_NE(result.errors.npos, result.errors.find("bad.ldif:5:7: the plug-in refuses the value"));
 }
 
+TEST_F(DirloadProgram, ShowsNothingThatSteersATerminal) {
+    write("bad.ldif", "dn: cn=\xC2\x9Bm\xC3\xA4\na\0b\x9B: c\n"s);
+    const std::string errors = run("\"$DIRLOAD\" bad.ldif").errors;
+    EXPECT_NE(errors.npos, errors.find("\na of file:///bad.ldif/cn=?m\xC3\xA4\n")) << errors;
+    EXPECT_NE(errors.npos, errors.find("00000000: 00629B3A 2063")) << "a NUL in a name ends no report";
+}
+
 TEST_F(DirloadProgram, StopsAtTheFirstErrorIfItIsStrict) {
     write("bad.ldif", "dn: cn=a\nsn: b\n\ndn: cn=b\nbad\nbad\n\ndn: cn=c\n");
     const Result result = run("\"$DIRLOAD\" --strict --json bad.ldif bad.ldif");
@@ -402,6 +413,7 @@ TEST_F(DirloadProgram, StopsAtTheFirstErrorIfItIsStrict) {
 
 TEST_F(DirloadProgram, TellsByItsExitCodeWhatWentWrong) {
     write("good.ldif", "dn: cn=a\n");
+    write("bad.ldif", " x\n");
     const struct {
         const char *why;
         const char *arguments;
@@ -410,6 +422,7 @@ TEST_F(DirloadProgram, TellsByItsExitCodeWhatWentWrong) {
     } rows[] = {
         {"no file", "", 2, "no file is named"},
         {"unknown option", "--wrong good.ldif", 2, "--wrong: unknown option"},
+        {"unknown letter", "-jx good.ldif", 2, "-x: unknown option"},
         {"no argument", "good.ldif --plugin", 2, "--plugin: an argument is missing"},
         {"no number", "--threads 2x good.ldif", 2, "1 to 256"},
         {"no thread", "--threads 0 good.ldif", 2, "1 to 256"},
@@ -419,6 +432,7 @@ TEST_F(DirloadProgram, TellsByItsExitCodeWhatWentWrong) {
         {"a plug-in is missing", "--plugin ./missing.so good.ldif", 4, "missing.so"},
         {"a library that is no plug-in", "--plugin libc.so.6 good.ldif", 4, "dirloadAttributes"},
         {"a full disk", "good.ldif >/dev/full", 5, "standard output: No space"},
+        {"nobody hears of the errors", "bad.ldif 2>/dev/full", 5, "STRAY_CONTINUATION 1"},
         {"help", "--help", 0, "Exit codes:"},
         {"traces itself", "--trace 'Loader::*=state' good.ldif", 0, "State - dn(cn=a)"},
         {"traces calls", "--trace 'Loader::load=flow' good.ldif", 0, "Args - name(good.ldif)"},

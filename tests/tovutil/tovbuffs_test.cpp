@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,9 +96,12 @@ struct Opened : TovFastStrStreambuf {
     using TovFastStrStreambuf::overflow;
     std::streambuf *setbuf(char *block, std::streamsize length) override {
         blocks.emplace_back(block, length);
+        if (raises)
+            throw std::runtime_error("setbuf");
         return this;
     }
     std::vector<std::pair<const char *, std::streamsize>> blocks;
+    bool raises = false;
 };
 
 TEST(TovFastStrStreambuf, TellsADerivedClassItsBlocks) {
@@ -107,6 +111,16 @@ TEST(TovFastStrStreambuf, TellsADerivedClassItsBlocks) {
     EXPECT_EQ(128, buffer.blocks[0].second);
     EXPECT_EQ(256, buffer.blocks[1].second);
     EXPECT_EQ(buffer.getBuffer(), buffer.blocks[1].first);
+}
+
+TEST(TovFastStrStreambuf, WritesIntoItsNewBlockAfterADerivedClassRaises) {
+    Opened buffer;
+    std::ostream os(&buffer);
+    os << counted(128);
+    buffer.raises = true;
+    EXPECT_THROW(buffer.overflow('x'), std::runtime_error);
+    os << 'y';
+    EXPECT_EQ(counted(128) + "y", std::string(buffer.getBuffer(), 129));
 }
 
 TEST(TovFastStrStreambuf, HasNothingToDoForTheEnd) {
