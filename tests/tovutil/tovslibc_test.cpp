@@ -219,7 +219,8 @@ TEST_F(TovSharedLibTest, TracesItsCalls) {
     }
     Lines lines = recorder.lines();
     EXPECT_TRUE(lines[1].starts_with("TovSharedLib::load: Args - libName(/"));
-    lines.erase(lines.begin() + 1); // the path of the plug-in is not ours to know
+    // The path of the plug-in is not ours to know, nor how many pieces it takes.
+    std::erase_if(lines, [](const std::string &line) { return line.starts_with("TovSharedLib::load: "); });
     EXPECT_EQ((Lines{"> TovSharedLib::load", "< TovSharedLib::load", "> TovSharedLib::getFuncAddress",
                      "TovSharedLib::getFuncAddress: Args - funcName(NULL) ", "< TovSharedLib::getFuncAddress",
                      "> TovSharedLib::getFuncAddress", "TovSharedLib::getFuncAddress: Args - funcName(x) ",
