@@ -242,6 +242,17 @@ void registerFromText() {
         narrow(digits, text);
         return static_cast<std::uint32_t>(std::strtoul(digits, nullptr, 10));
     });
+    // Without a call, without the rule for overflow, and with no place to tell.
+    fromText<std::u16string>("model:digit-loop", [](const std::u16string &text) {
+        std::uint32_t number = 0;
+        for (const char16_t unit : text) {
+            const std::uint32_t digit = unit - std::uint32_t{u'0'};
+            if (digit > 9)
+                break;
+            number = number * 10 + digit;
+        }
+        return number;
+    });
 #ifdef TOV_BENCH_ABSL
     fromText<std::u16string>("absl", [](const std::u16string &text) {
         char digits[16];

@@ -155,6 +155,30 @@ void registerAppend(unsigned n) {
 #ifdef TOV_BENCH_QT
     grow("qt", QString(), [](QString &text, char16_t unit) { text.append(QChar(unit)); });
 #endif
+    // What every unit costs that goes to a buffer behind a pointer: is it the one writer's, has it room.
+    struct Buffer {
+        int count;
+        unsigned capacity;
+        char16_t units[2000];
+    };
+    struct Handle {
+        char16_t *end;
+        Buffer *buffer;
+    };
+    job(group + "model:counted-buffer", [=] {
+        Handle text{};
+        text.buffer = static_cast<Buffer *>(std::malloc(sizeof(Buffer)));
+        text.buffer->count = 1;
+        text.buffer->capacity = 2000;
+        text.end = text.buffer->units;
+        for (unsigned i = 0; i < n; ++i) {
+            benchmark::DoNotOptimize(text);
+            if (text.buffer->count == 1 && text.end < text.buffer->units + text.buffer->capacity)
+                *text.end++ = unitAt(i);
+            benchmark::ClobberMemory();
+        }
+        std::free(text.buffer);
+    });
     // Growth by just what is told: a new buffer for each ten units.
     job(group + "model:exact-buffers", [=] {
         char16_t *text = nullptr;

@@ -668,7 +668,9 @@ TEST(FastHeapChecks, TellAPointerThatIsNotALiveObject) {
 
     void *large = heap->allocate(1000);
     EXPECT_EQ("", freed(large));
+#ifndef TOV_THREAD_SANITIZER // which sees that the check reads a word of what malloc has taken back
     EXPECT_EQ(stranger, freed(large));
+#endif
     void *global = TovFastHeap::globalAllocate(8);
     EXPECT_EQ("", freed(global));
     EXPECT_EQ("", freed(nullptr));
