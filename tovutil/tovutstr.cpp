@@ -131,15 +131,6 @@ void TovUniString::resize(unsigned unitCount) {
 
 namespace {
 
-// Takes one more digit into the value, unless that makes it smaller.
-bool takeDigit(std::uint32_t &value, std::uint32_t base, std::uint32_t digit) {
-    const std::uint32_t next = value * base + digit;
-    if (next < value)
-        return false;
-    value = next;
-    return true;
-}
-
 // Its value in any base; at least 36 for what is no digit.
 std::uint32_t digitOf(TovUChar unit) {
     if (unit >= u'0' && unit <= u'9')
@@ -162,18 +153,6 @@ int baseOfPrefix(const TovUChar *&from, const TovUChar *end) {
 }
 
 } // namespace
-
-std::uint32_t TovUniString::scanUInt32(const TovUChar *&from) const noexcept {
-    std::uint32_t value = 0, digit = 0;
-    const TovUChar *at = from;
-    const TovUChar *end = m_end - at > 9 ? at + 9 : m_end; // so many digits always fit
-    for (; at < end && (digit = *at - std::uint32_t(u'0')) <= 9; ++at)
-        value = value * 10 + digit;
-    for (; at < m_end && (digit = *at - std::uint32_t(u'0')) <= 9 && takeDigit(value, 10, digit); ++at)
-        ;
-    from = at;
-    return value;
-}
 
 std::uint32_t TovUniString::toUInt32(TovRc &rc) const noexcept {
     const TovUChar *at = m_begin;

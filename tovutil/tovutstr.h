@@ -258,7 +258,15 @@ public:
     // overflow: "10000000000" is 1410065408.
 
     /// Reads decimal digits, without sign, white space or prefix; 0 when there are none.
-    std::uint32_t scanUInt32(const TovUChar *&from) const noexcept;
+    std::uint32_t scanUInt32(const TovUChar *&from) const noexcept {
+        std::uint32_t value = 0;
+        const TovUChar *at = from;
+        for (std::uint32_t digit = 0; at < m_end && (digit = *at - std::uint32_t{u'0'}) <= 9; ++at)
+            if (!takeDigit(value, 10, digit)) [[unlikely]]
+                break;
+        from = at;
+        return value;
+    }
 
     /// The whole text as decimal digits. `rc` becomes success, or gets the code 0xFFFFFFFF, and keeps all
     /// else, when there are none or when something else follows; the result is then that of the digits in
@@ -347,6 +355,15 @@ private:
     TovUChar *extend(unsigned count);
     void extendForNumber(unsigned zeros, unsigned digits);
     void appendSlowly(TovUChar unit);
+
+    // Takes one more digit into the value, unless that makes it smaller.
+    static bool takeDigit(std::uint32_t &value, std::uint32_t base, std::uint32_t digit) noexcept {
+        const std::uint32_t next = value * base + digit;
+        if (next < value)
+            return false;
+        value = next;
+        return true;
+    }
 
     bool becomeViewOfOwnBlock(const TovUniString &view);
     TovUniString between(const TovUChar *first, const TovUChar *last) const;
