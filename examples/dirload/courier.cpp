@@ -95,6 +95,8 @@ bool printNext(int descriptor) {
     return true;
 }
 
+bool hasEnded(const pollfd &pipe) { return pipe.revents != 0 && !printNext(pipe.fd); }
+
 void printAll(const std::vector<int> &descriptors) {
     std::vector<pollfd> open;
     for (const int descriptor : descriptors)
@@ -102,7 +104,7 @@ void printAll(const std::vector<int> &descriptors) {
     while (!open.empty()) {
         if (poll(open.data(), open.size(), -1) < 0)
             continue; // interrupted
-        std::erase_if(open, [](const pollfd &each) { return each.revents != 0 && !printNext(each.fd); });
+        std::erase_if(open, hasEnded);
     }
 }
 
