@@ -17,8 +17,7 @@ inline std::int32_t length32(std::uint64_t length, const char *file, long line) 
 /// A length that a TovUniString can have: with a terminator's unit it is still below npos.
 inline std::uint32_t stringLength(std::uint64_t length, const char *file, long line) {
     if (length > UINT32_MAX - 2)
-        tovCheck(file, line, "Internal error: length <= max_size()",
-                 TOV_CODE(TOVRC_INTERNAL_ERROR));
+        tovCheck(file, line, "Internal error: length <= max_size()", TOV_CODE(TOVRC_INTERNAL_ERROR));
     return static_cast<std::uint32_t>(length);
 }
 

@@ -14,12 +14,6 @@
 #include <typeinfo>
 #include <vector>
 
-// A size that no memory has is an error of the program to the sanitizers, unless they are told otherwise.
-extern "C" {
-[[gnu::visibility("default")]] const char *__asan_default_options() { return "allocator_may_return_null=1"; }
-[[gnu::visibility("default")]] const char *__tsan_default_options() { return "allocator_may_return_null=1"; }
-}
-
 namespace {
 
 using tovtest::allocationCount;
